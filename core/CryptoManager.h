@@ -1,0 +1,10 @@
+#pragma once
+
+namespace Tessarine::Core
+{
+
+class CryptoManager
+{
+};
+
+} // namespace Tessarine::Core

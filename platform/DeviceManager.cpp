@@ -1,0 +1,8 @@
+#include "platform/DeviceManager.h"
+
+namespace Tessarine::Platform
+{
+
+DeviceManager::~DeviceManager() {}
+
+} // namespace Tessarine::Platform

@@ -1,0 +1,239 @@
+#include "tests/support/VendorServer.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QTest>
+
+#include <memory>
+
+using TestSupport::VendorBehaviour;
+using TestSupport::VendorServer;
+
+namespace
+{
+
+constexpr int answerLimit = 10000; // milliseconds
+
+struct Answer {
+    QNetworkReply::NetworkError error;
+    int status;
+    QByteArray body;
+};
+
+} // namespace
+
+class VendorServerTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<QNetworkReply> request(const QUrl &url)
+    {
+        QNetworkRequest request(url);
+        request.setRawHeader("User-Agent", "VendorServerTest/1");
+        request.setRawHeader("Accept", "*/*");
+        return std::unique_ptr<QNetworkReply>(manager.get(request));
+    }
+
+    Answer fetch(const QUrl &url)
+    {
+        const auto reply = request(url);
+        if (!QTest::qWaitFor([&] { return reply->isFinished(); }, answerLimit))
+            qFatal("No answer from %s", qPrintable(url.toString()));
+        return {reply->error(), reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
+                reply->readAll()};
+    }
+
+    QNetworkAccessManager manager;
+
+private Q_SLOTS:
+    void servesAPublishedFile()
+    {
+        const VendorServer server;
+        server.publish("/a/b.txt", "content");
+
+        const Answer answer = fetch(server.url("/a/b.txt"));
+        QCOMPARE(answer.error, QNetworkReply::NoError);
+        QCOMPARE(answer.status, 200);
+        QCOMPARE(answer.body, QByteArray("content"));
+        QCOMPARE(fetch(server.plainUrl("/a/b.txt")).body, QByteArray("content"));
+    }
+
+    void answersWithoutAFileAre404()
+    {
+        const VendorServer server;
+        QCOMPARE(fetch(server.url("/absent")).error, QNetworkReply::ContentNotFoundError);
+    }
+
+    void recordsRequestsWithTheirHeadersInOrder()
+    {
+        const VendorServer server;
+        fetch(server.url("/first?x=1"));
+        fetch(server.plainUrl("/second"));
+
+        const auto requests = server.requests();
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests[0].listener, QString("good"));
+        QCOMPARE(requests[0].method, QString("GET"));
+        QCOMPARE(requests[0].path, QString("/first?x=1"));
+        QCOMPARE(requests[0].header("Accept"), QByteArray("*/*"));
+        QVERIFY(requests[0].header("X-Absent").isNull());
+        QCOMPARE(requests[1].listener, QString("plain"));
+
+        QByteArrayList names;
+        for (const auto &[name, value] : requests[0].headers)
+            names.append(name);
+        QVERIFY(names.contains("User-Agent"));
+        QVERIFY(names.indexOf("User-Agent") < names.indexOf("Accept"));
+    }
+
+    void certificatesFailForTheReasonOfTheirName_data()
+    {
+        QTest::addColumn<VendorServer::Certificate>("certificate");
+        QTest::addColumn<QSslError::SslError>("error");
+        QTest::newRow("expired") << VendorServer::Certificate::Expired
+                                 << QSslError::CertificateExpired;
+        QTest::newRow("self-signed")
+            << VendorServer::Certificate::SelfSigned << QSslError::SelfSignedCertificate;
+        QTest::newRow("wrong host")
+            << VendorServer::Certificate::WrongHost << QSslError::HostNameMismatch;
+    }
+
+    void certificatesFailForTheReasonOfTheirName()
+    {
+        QFETCH(VendorServer::Certificate, certificate);
+        QFETCH(QSslError::SslError, error);
+        const VendorServer server;
+        server.publish("/file", "content");
+
+        const auto reply = request(server.url("/file", certificate));
+        QList<QSslError::SslError> errors;
+        connect(reply.get(), &QNetworkReply::sslErrors, this, [&](const QList<QSslError> &found) {
+            for (const QSslError &one : found)
+                errors.append(one.error());
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), answerLimit);
+        QCOMPARE(errors, QList{error});
+        QCOMPARE(reply->error(), QNetworkReply::SslHandshakeFailedError);
+        QVERIFY(server.requests().isEmpty());
+    }
+
+    void trustEndsWithTheServer()
+    {
+        const auto before = QSslConfiguration::defaultConfiguration();
+        {
+            const VendorServer server;
+            QCOMPARE(QSslConfiguration::defaultConfiguration().caCertificates().size(), 1);
+        }
+        QCOMPARE(QSslConfiguration::defaultConfiguration(), before);
+    }
+
+    void nothingListensAtTheRefusingAddress()
+    {
+        const VendorServer server;
+        QCOMPARE(fetch(server.refusingUrl("/file")).error, QNetworkReply::ConnectionRefusedError);
+    }
+
+    void statusesComeWithAndWithoutABody()
+    {
+        VendorServer server;
+        server.answer("/with", VendorBehaviour::status(403, "go away"));
+        server.answer("/without", VendorBehaviour::status(500));
+        server.answer("/nothing", VendorBehaviour::status(204));
+
+        const Answer with = fetch(server.url("/with"));
+        QCOMPARE(with.status, 403);
+        QCOMPARE(with.body, QByteArray("go away"));
+        const Answer without = fetch(server.url("/without"));
+        QCOMPARE(without.status, 500);
+        QCOMPARE(without.body, QByteArray());
+        const Answer nothing = fetch(server.url("/nothing"));
+        QCOMPARE(nothing.status, 204);
+        QCOMPARE(nothing.error, QNetworkReply::NoError);
+    }
+
+    void redirectsLeadAnywhere()
+    {
+        VendorServer server;
+        server.publish("/target", "content");
+        server.answer("/safe", VendorBehaviour::redirect(server.url("/target")));
+        server.answer("/unsafe", VendorBehaviour::redirect(server.plainUrl("/target"), 301));
+
+        QCOMPARE(fetch(server.url("/safe")).body, QByteArray("content"));
+        QCOMPARE(fetch(server.url("/unsafe")).error, QNetworkReply::InsecureRedirectError);
+    }
+
+    void aBehaviourEndsWhenTheFileIsToBeServedAgain()
+    {
+        VendorServer server;
+        server.publish("/file", "content");
+        server.answer("/file", VendorBehaviour::status(500));
+        QCOMPARE(fetch(server.url("/file")).status, 500);
+        server.answerWithFile("/file");
+        QCOMPARE(fetch(server.url("/file")).body, QByteArray("content"));
+    }
+
+    void transfersBreakHalfWay()
+    {
+        VendorServer server;
+        server.publish("/file", "content!");
+        server.answer("/file", VendorBehaviour::resetHalfWay());
+        QVERIFY(fetch(server.url("/file")).error != QNetworkReply::NoError);
+        server.answer("/file", VendorBehaviour::endHalfWay());
+        QCOMPARE(fetch(server.url("/file")).error, QNetworkReply::RemoteHostClosedError);
+    }
+
+    void aSilentServerNeverAnswers()
+    {
+        VendorServer server;
+        server.answer("/file", VendorBehaviour::silence());
+        const auto reply = request(server.url("/file"));
+        QTRY_COMPARE_WITH_TIMEOUT(server.requests().size(), 1, answerLimit);
+        QVERIFY(!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid());
+        reply->abort();
+    }
+
+    void aStalledTransferStopsHalfWay()
+    {
+        VendorServer server;
+        server.publish("/file", "content!");
+        server.answer("/file", VendorBehaviour::stallHalfWay());
+        const auto reply = request(server.url("/file"));
+        QTRY_COMPARE_WITH_TIMEOUT(reply->bytesAvailable(), 4, answerLimit);
+        QVERIFY(!reply->isFinished());
+        reply->abort();
+    }
+
+    void aGatedTransferGoesOnWhenItsGateOpens()
+    {
+        VendorServer server;
+        server.publish("/file", "content!");
+        server.answer("/file", VendorBehaviour::gateHalfWay("first"));
+        const auto reply = request(server.url("/file"));
+        QTRY_COMPARE_WITH_TIMEOUT(reply->bytesAvailable(), 4, answerLimit);
+        server.openGate("first");
+        QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), answerLimit);
+        QCOMPARE(reply->readAll(), QByteArray("content!"));
+    }
+
+    void aDrippingTransferArrivesWhole()
+    {
+        VendorServer server;
+        server.publish("/file", "content!");
+        server.answer("/file", VendorBehaviour::drip(3, 1));
+        QCOMPARE(fetch(server.url("/file")).body, QByteArray("content!"));
+    }
+
+    void anEndlessBodyGrowsUntilTheClientGoes()
+    {
+        VendorServer server;
+        server.answer("/file", VendorBehaviour::endlessBody());
+        const auto reply = request(server.url("/file"));
+        QTRY_VERIFY_WITH_TIMEOUT(reply->bytesAvailable() > 1024 * 1024, answerLimit);
+        QVERIFY(!reply->isFinished());
+        reply->abort();
+    }
+};
+
+QTEST_GUILESS_MAIN(VendorServerTest)
+#include "VendorServerTest.moc"

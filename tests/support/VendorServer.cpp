@@ -53,7 +53,7 @@ VendorRequest parsedRequest(const QByteArray &line)
                           json.value(QStringLiteral("path")).toString(),
                           {}};
     const QJsonArray headers = json.value(QStringLiteral("headers")).toArray();
-    for (const QJsonValue &header : headers) {
+    for (const auto &header : headers) {
         request.headers.append({header[0].toString().toLatin1(), header[1].toString().toLatin1()});
     }
     return request;
@@ -134,8 +134,10 @@ VendorServer::~VendorServer()
 {
     QSslConfiguration::setDefaultConfiguration(formerConfiguration);
     process.closeWriteChannel();
-    if (!process.waitForFinished())
+    if (!process.waitForFinished()) {
         process.kill();
+        process.waitForFinished();
+    }
 }
 
 QUrl VendorServer::url(const QString &path, Certificate certificate) const

@@ -20,13 +20,9 @@ struct Answer {
     QByteArray body;
 };
 
-} // namespace
-
-class VendorServerTest : public QObject
+class Client
 {
-    Q_OBJECT
-
-private:
+public:
     std::unique_ptr<QNetworkReply> request(const QUrl &url)
     {
         QNetworkRequest request(url);
@@ -44,7 +40,17 @@ private:
                 reply->readAll()};
     }
 
+private:
     QNetworkAccessManager manager;
+};
+
+} // namespace
+
+class VendorServerTest : public QObject
+{
+    Q_OBJECT
+
+    Client client;
 
 private Q_SLOTS:
     void servesAPublishedFile()
@@ -52,24 +58,24 @@ private Q_SLOTS:
         const VendorServer server;
         server.publish("/a/b.txt", "content");
 
-        const Answer answer = fetch(server.url("/a/b.txt"));
+        const Answer answer = client.fetch(server.url("/a/b.txt"));
         QCOMPARE(answer.error, QNetworkReply::NoError);
         QCOMPARE(answer.status, 200);
         QCOMPARE(answer.body, QByteArray("content"));
-        QCOMPARE(fetch(server.plainUrl("/a/b.txt")).body, QByteArray("content"));
+        QCOMPARE(client.fetch(server.plainUrl("/a/b.txt")).body, QByteArray("content"));
     }
 
     void answersWithoutAFileAre404()
     {
         const VendorServer server;
-        QCOMPARE(fetch(server.url("/absent")).error, QNetworkReply::ContentNotFoundError);
+        QCOMPARE(client.fetch(server.url("/absent")).error, QNetworkReply::ContentNotFoundError);
     }
 
     void recordsRequestsWithTheirHeadersInOrder()
     {
         const VendorServer server;
-        fetch(server.url("/first?x=1"));
-        fetch(server.plainUrl("/second"));
+        client.fetch(server.url("/first?x=1"));
+        client.fetch(server.plainUrl("/second"));
 
         const auto requests = server.requests();
         QCOMPARE(requests.size(), 2);
@@ -106,7 +112,7 @@ private Q_SLOTS:
         const VendorServer server;
         server.publish("/file", "content");
 
-        const auto reply = request(server.url("/file", certificate));
+        const auto reply = client.request(server.url("/file", certificate));
         QList<QSslError::SslError> errors;
         connect(reply.get(), &QNetworkReply::sslErrors, this, [&](const QList<QSslError> &found) {
             for (const QSslError &one : found)
@@ -131,7 +137,8 @@ private Q_SLOTS:
     void nothingListensAtTheRefusingAddress()
     {
         const VendorServer server;
-        QCOMPARE(fetch(server.refusingUrl("/file")).error, QNetworkReply::ConnectionRefusedError);
+        QCOMPARE(client.fetch(server.refusingUrl("/file")).error,
+                 QNetworkReply::ConnectionRefusedError);
     }
 
     void statusesComeWithAndWithoutABody()
@@ -141,13 +148,13 @@ private Q_SLOTS:
         server.answer("/without", VendorBehaviour::status(500));
         server.answer("/nothing", VendorBehaviour::status(204));
 
-        const Answer with = fetch(server.url("/with"));
+        const Answer with = client.fetch(server.url("/with"));
         QCOMPARE(with.status, 403);
         QCOMPARE(with.body, QByteArray("go away"));
-        const Answer without = fetch(server.url("/without"));
+        const Answer without = client.fetch(server.url("/without"));
         QCOMPARE(without.status, 500);
         QCOMPARE(without.body, QByteArray());
-        const Answer nothing = fetch(server.url("/nothing"));
+        const Answer nothing = client.fetch(server.url("/nothing"));
         QCOMPARE(nothing.status, 204);
         QCOMPARE(nothing.error, QNetworkReply::NoError);
     }
@@ -159,8 +166,8 @@ private Q_SLOTS:
         server.answer("/safe", VendorBehaviour::redirect(server.url("/target")));
         server.answer("/unsafe", VendorBehaviour::redirect(server.plainUrl("/target"), 301));
 
-        QCOMPARE(fetch(server.url("/safe")).body, QByteArray("content"));
-        QCOMPARE(fetch(server.url("/unsafe")).error, QNetworkReply::InsecureRedirectError);
+        QCOMPARE(client.fetch(server.url("/safe")).body, QByteArray("content"));
+        QCOMPARE(client.fetch(server.url("/unsafe")).error, QNetworkReply::InsecureRedirectError);
     }
 
     void aBehaviourEndsWhenTheFileIsToBeServedAgain()
@@ -168,9 +175,9 @@ private Q_SLOTS:
         VendorServer server;
         server.publish("/file", "content");
         server.answer("/file", VendorBehaviour::status(500));
-        QCOMPARE(fetch(server.url("/file")).status, 500);
+        QCOMPARE(client.fetch(server.url("/file")).status, 500);
         server.answerWithFile("/file");
-        QCOMPARE(fetch(server.url("/file")).body, QByteArray("content"));
+        QCOMPARE(client.fetch(server.url("/file")).body, QByteArray("content"));
     }
 
     void transfersBreakHalfWay()
@@ -178,16 +185,16 @@ private Q_SLOTS:
         VendorServer server;
         server.publish("/file", "content!");
         server.answer("/file", VendorBehaviour::resetHalfWay());
-        QVERIFY(fetch(server.url("/file")).error != QNetworkReply::NoError);
+        QVERIFY(client.fetch(server.url("/file")).error != QNetworkReply::NoError);
         server.answer("/file", VendorBehaviour::endHalfWay());
-        QCOMPARE(fetch(server.url("/file")).error, QNetworkReply::RemoteHostClosedError);
+        QCOMPARE(client.fetch(server.url("/file")).error, QNetworkReply::RemoteHostClosedError);
     }
 
     void aSilentServerNeverAnswers()
     {
         VendorServer server;
         server.answer("/file", VendorBehaviour::silence());
-        const auto reply = request(server.url("/file"));
+        const auto reply = client.request(server.url("/file"));
         QTRY_COMPARE_WITH_TIMEOUT(server.requests().size(), 1, answerLimit);
         QVERIFY(!reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid());
         reply->abort();
@@ -198,7 +205,7 @@ private Q_SLOTS:
         VendorServer server;
         server.publish("/file", "content!");
         server.answer("/file", VendorBehaviour::stallHalfWay());
-        const auto reply = request(server.url("/file"));
+        const auto reply = client.request(server.url("/file"));
         QTRY_COMPARE_WITH_TIMEOUT(reply->bytesAvailable(), 4, answerLimit);
         QVERIFY(!reply->isFinished());
         reply->abort();
@@ -209,7 +216,7 @@ private Q_SLOTS:
         VendorServer server;
         server.publish("/file", "content!");
         server.answer("/file", VendorBehaviour::gateHalfWay("first"));
-        const auto reply = request(server.url("/file"));
+        const auto reply = client.request(server.url("/file"));
         QTRY_COMPARE_WITH_TIMEOUT(reply->bytesAvailable(), 4, answerLimit);
         server.openGate("first");
         QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), answerLimit);
@@ -221,15 +228,15 @@ private Q_SLOTS:
         VendorServer server;
         server.publish("/file", "content!");
         server.answer("/file", VendorBehaviour::drip(3, 1));
-        QCOMPARE(fetch(server.url("/file")).body, QByteArray("content!"));
+        QCOMPARE(client.fetch(server.url("/file")).body, QByteArray("content!"));
     }
 
     void anEndlessBodyGrowsUntilTheClientGoes()
     {
         VendorServer server;
         server.answer("/file", VendorBehaviour::endlessBody());
-        const auto reply = request(server.url("/file"));
-        QTRY_VERIFY_WITH_TIMEOUT(reply->bytesAvailable() > 1024 * 1024, answerLimit);
+        const auto reply = client.request(server.url("/file"));
+        QTRY_VERIFY_WITH_TIMEOUT(reply->bytesAvailable() > 1'000'000, answerLimit);
         QVERIFY(!reply->isFinished());
         reply->abort();
     }

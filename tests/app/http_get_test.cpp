@@ -1,0 +1,276 @@
+#define main tessarineConfigMain
+#include "app/TessarineConfig.cpp"
+#undef main
+
+#include "tests/support/VendorServer.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+using TestSupport::VendorBehaviour;
+using TestSupport::VendorServer;
+
+namespace
+{
+
+constexpr int generousLimit = 20000; // milliseconds
+constexpr int shortLimit = 300;      // milliseconds
+
+struct Fetched {
+    QByteArray body;
+    QString error;
+};
+
+Fetched fetch(const QUrl &url, int limit = generousLimit)
+{
+    Fetched fetched;
+    fetched.body = httpGet(url, limit, &fetched.error);
+    return fetched;
+}
+
+// What Qt's network layer itself says of a request: the words that the user is to see.
+QString networkErrorOf(const QUrl &url)
+{
+    QNetworkAccessManager manager;
+    const std::unique_ptr<QNetworkReply> reply(manager.get(QNetworkRequest(url)));
+    if (!QTest::qWaitFor([&] { return reply->isFinished(); }, generousLimit))
+        qFatal("No answer from %s", qPrintable(url.toString()));
+    return reply->errorString();
+}
+
+} // namespace
+
+class HttpGetTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QCoreApplication::setApplicationVersion(QStringLiteral(TESSARINE_VERSION));
+    }
+
+    void bodyArrivesWholeAndTheErrorTextIsLeftAlone()
+    {
+        const VendorServer server;
+        const QByteArray body(3000000, 'x');
+        server.publish(QStringLiteral("/package.zip"), body);
+        QString error = QStringLiteral("before");
+        QCOMPARE(httpGet(server.url(QStringLiteral("/package.zip")), generousLimit, &error), body);
+        QCOMPARE(error, QStringLiteral("before"));
+    }
+
+    void headersNameTheProgramAndAcceptAnything()
+    {
+        const VendorServer server;
+        server.publish(QStringLiteral("/a"), "x");
+        fetch(server.url(QStringLiteral("/a")));
+        const auto requests = server.requests();
+        QCOMPARE(requests.size(), 1);
+        QCOMPARE(requests.first().method, QStringLiteral("GET"));
+        QCOMPARE(requests.first().header("User-Agent"),
+                 QByteArray("TessarineConfig/" TESSARINE_VERSION));
+        QCOMPARE(requests.first().header("Accept"), QByteArray("*/*"));
+        QList<QByteArray> names;
+        for (const auto &header : requests.first().headers)
+            names.append(header.first);
+        QVERIFY(names.indexOf("User-Agent") < names.indexOf("Accept"));
+    }
+
+    void eachCallOpensAConnectionOfItsOwn()
+    {
+        const VendorServer server;
+        server.publish(QStringLiteral("/a"), "x");
+        QCOMPARE(fetch(server.url(QStringLiteral("/a"))).body, QByteArray("x"));
+        QCOMPARE(fetch(server.url(QStringLiteral("/a"))).body, QByteArray("x"));
+        QCOMPARE(server.requests().size(), 2);
+    }
+
+    void redirectFromHttpsToHttpsIsFollowed()
+    {
+        VendorServer server;
+        server.publish(QStringLiteral("/target"), "moved");
+        server.answer(QStringLiteral("/a"),
+                      VendorBehaviour::redirect(server.url(QStringLiteral("/target"))));
+        const Fetched fetched = fetch(server.url(QStringLiteral("/a")));
+        QCOMPARE(fetched.body, QByteArray("moved"));
+        QVERIFY(fetched.error.isEmpty());
+    }
+
+    void redirectFromHttpsToHttpIsRefused()
+    {
+        VendorServer server;
+        server.publish(QStringLiteral("/target"), "moved");
+        server.answer(QStringLiteral("/a"),
+                      VendorBehaviour::redirect(server.plainUrl(QStringLiteral("/target"))));
+        const Fetched fetched = fetch(server.url(QStringLiteral("/a")));
+        QVERIFY(fetched.body.isEmpty());
+        QCOMPARE(fetched.error, networkErrorOf(server.url(QStringLiteral("/a"))));
+        for (const auto &request : server.requests())
+            QVERIFY(request.listener != QStringLiteral("plain"));
+    }
+
+    void timeOutNamesTheAddressAskedForAndNotTheRedirectsTarget()
+    {
+        VendorServer server;
+        const QUrl url = server.url(QStringLiteral("/a"));
+        server.answer(QStringLiteral("/a"),
+                      VendorBehaviour::redirect(server.url(QStringLiteral("/silent"))));
+        server.answer(QStringLiteral("/silent"), VendorBehaviour::silence());
+        QCOMPARE(fetch(url, shortLimit).error,
+                 QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString()));
+    }
+
+    void errorStatusReportsTheNetworkLayersWords_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("body");
+        for (const int status : {403, 404, 500}) {
+            QTest::addRow("%d with body", status) << status << QStringLiteral("sorry");
+            QTest::addRow("%d without body", status) << status << QString();
+        }
+    }
+    void errorStatusReportsTheNetworkLayersWords()
+    {
+        QFETCH(int, status);
+        QFETCH(QString, body);
+        VendorServer server;
+        const QUrl url = server.url(QStringLiteral("/a"));
+        server.answer(QStringLiteral("/a"), VendorBehaviour::status(status, body));
+        const Fetched fetched = fetch(url);
+        QVERIFY(fetched.body.isEmpty());
+        QVERIFY(!fetched.error.isEmpty());
+        QCOMPARE(fetched.error, networkErrorOf(url));
+    }
+
+    void emptyBodyLeavesTheErrorTextAlone_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::newRow("200") << 200;
+        QTest::newRow("204") << 204;
+        QTest::newRow("304") << 304;
+        QTest::newRow("399") << 399;
+    }
+    void emptyBodyLeavesTheErrorTextAlone()
+    {
+        QFETCH(int, status);
+        VendorServer server;
+        server.answer(QStringLiteral("/a"), VendorBehaviour::status(status));
+        const Fetched fetched = fetch(server.url(QStringLiteral("/a")));
+        QVERIFY(fetched.body.isEmpty());
+        QCOMPARE(fetched.error, QString());
+    }
+
+    void bodyOfAnAddressWithoutAStatusIsTaken()
+    {
+        QTemporaryDir directory;
+        QFile file(directory.filePath(QStringLiteral("a")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("local");
+        file.close();
+        QCOMPARE(fetch(QUrl::fromLocalFile(file.fileName())).body, QByteArray("local"));
+    }
+
+    void refusedConnectionReportsTheNetworkLayersWords()
+    {
+        const VendorServer server;
+        const QUrl url = server.refusingUrl(QStringLiteral("/a"));
+        const Fetched fetched = fetch(url);
+        QVERIFY(fetched.body.isEmpty());
+        QCOMPARE(fetched.error, networkErrorOf(url));
+        QVERIFY(!fetched.error.isEmpty());
+    }
+
+    void addressThatIsNoneFails()
+    {
+        for (const char *address : {"", "nonsense", "gopher://localhost/a", "https://"}) {
+            const Fetched fetched = fetch(QUrl(QString::fromLatin1(address)));
+            QVERIFY2(fetched.body.isEmpty(), address);
+            QVERIFY2(!fetched.error.isEmpty(), address);
+        }
+    }
+
+    void bodyThatBreaksOffGivesNothing_data()
+    {
+        QTest::addColumn<bool>("reset");
+        QTest::newRow("reset") << true;
+        QTest::newRow("closed") << false;
+    }
+    void bodyThatBreaksOffGivesNothing()
+    {
+        QFETCH(bool, reset);
+        VendorServer server;
+        server.publish(QStringLiteral("/a"), QByteArray(500000, 'x'));
+        server.answer(QStringLiteral("/a"),
+                      reset ? VendorBehaviour::resetHalfWay() : VendorBehaviour::endHalfWay());
+        const Fetched fetched = fetch(server.url(QStringLiteral("/a")));
+        QVERIFY(fetched.body.isEmpty());
+        QVERIFY(!fetched.error.isEmpty());
+    }
+
+    void limitCoversTheWholeTransfer_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("no answer") << QStringLiteral("/silent");
+        QTest::newRow("stalled body") << QStringLiteral("/stalled");
+        QTest::newRow("endless body") << QStringLiteral("/endless");
+    }
+    void limitCoversTheWholeTransfer()
+    {
+        QFETCH(QString, path);
+        VendorServer server;
+        server.publish(QStringLiteral("/stalled"), QByteArray(500000, 'x'));
+        server.answer(QStringLiteral("/silent"), VendorBehaviour::silence());
+        server.answer(QStringLiteral("/stalled"), VendorBehaviour::stallHalfWay());
+        server.answer(QStringLiteral("/endless"), VendorBehaviour::endlessBody());
+        const QUrl url = server.url(path);
+        QElapsedTimer clock;
+        clock.start();
+        const Fetched fetched = fetch(url, shortLimit);
+        QVERIFY(clock.elapsed() >= shortLimit * 9 / 10); // Qt's timers may be early by a twentieth
+        QVERIFY(fetched.body.isEmpty());
+        QCOMPARE(fetched.error,
+                 QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString()));
+    }
+
+    void certificateThatCannotBeTrustedIsRefused_data()
+    {
+        QTest::addColumn<VendorServer::Certificate>("certificate");
+        QTest::newRow("expired") << VendorServer::Certificate::Expired;
+        QTest::newRow("self-signed") << VendorServer::Certificate::SelfSigned;
+        QTest::newRow("of another host") << VendorServer::Certificate::WrongHost;
+    }
+    void certificateThatCannotBeTrustedIsRefused()
+    {
+        QFETCH(VendorServer::Certificate, certificate);
+        const VendorServer server;
+        server.publish(QStringLiteral("/a"), "secret");
+        const QUrl url = server.url(QStringLiteral("/a"), certificate);
+        const Fetched fetched = fetch(url);
+        QVERIFY(fetched.body.isEmpty());
+        QCOMPARE(fetched.error, networkErrorOf(url));
+        QVERIFY(!fetched.error.isEmpty());
+        QVERIFY2(server.requests().isEmpty(), "the request itself must not be sent either");
+    }
+
+    void eventsAreHandledWhileItWaits()
+    {
+        VendorServer server;
+        server.publish(QStringLiteral("/a"), QByteArray(100000, 'x'));
+        server.answer(QStringLiteral("/a"),
+                      VendorBehaviour::gateHalfWay(QStringLiteral("second half")));
+        int events = 0;
+        QTimer timer;
+        connect(&timer, &QTimer::timeout, this, [&] {
+            if (++events == 10)
+                server.openGate(QStringLiteral("second half"));
+        });
+        timer.start(0);
+        QCOMPARE(fetch(server.url(QStringLiteral("/a"))).body.size(), 100000);
+        QVERIFY(events >= 10);
+    }
+};
+
+QTEST_GUILESS_MAIN(HttpGetTest)
+
+#include "http_get_test.moc"

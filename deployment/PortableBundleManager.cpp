@@ -1,14 +1,623 @@
 #include "deployment/PortableBundleManager.h"
 
+#include "deployment/DurableWriting.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QLibraryInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QSet>
+#include <QStorageInfo>
+#include <QTextStream>
+
+#include <algorithm>
+#include <optional>
+
 namespace Tessarine::Deployment
 {
 
-PortableBundleResult
-PortableBundleManager::preparePortableBundle(const QString & /*usbRoot*/,
-                                             const PortableBundleOptions & /*options*/,
-                                             const PreparationProgress & /*progress*/) const
+namespace
 {
-    return {};
+
+constexpr int stageCount = 7;
+constexpr int commandTimeLimit = 30'000; // milliseconds
+constexpr qint64 copyChunkSize = 1'048'576;
+
+// What a copy takes and what a tree's size counts must agree: one filter for both.
+constexpr QDir::Filters treeEntries =
+    QDir::Dirs | QDir::Files | QDir::Readable | QDir::NoDotAndDotDot;
+
+constexpr QFileDevice::Permissions executeBits =
+    QFileDevice::ExeOwner | QFileDevice::ExeUser | QFileDevice::ExeGroup | QFileDevice::ExeOther;
+
+// Plugin directories that a drive carries, below the plugin directory of each platform's Qt.
+const QStringList windowsPluginFamilies{QStringLiteral("platforms"), QStringLiteral("imageformats"),
+                                        QStringLiteral("styles")};
+const QStringList linuxPluginFamilies{QStringLiteral("platforms"), QStringLiteral("imageformats"),
+                                      QStringLiteral("xcbglintegrations"), QStringLiteral("tls")};
+
+const QString windowsLauncherText = QStringLiteral("@echo off\r\n"
+                                                   "setlocal\r\n"
+                                                   "cd /d \"%~dp0Tessarine\\windows\"\r\n"
+                                                   "start \"Tessarine\" \"Tessarine.exe\"\r\n");
+
+const QString linuxLauncherText = QStringLiteral(R"sh(#!/bin/sh
+SCRIPT_DIR="$(CDPATH= cd -- "$(dirname -- "$0")" && pwd)"
+APP_DIR="$SCRIPT_DIR/Tessarine/linux"
+APP_BIN="$APP_DIR/Tessarine"
+
+show_error() {
+    if command -v zenity >/dev/null 2>&1; then
+        zenity --error --title="Tessarine" --text="$1"
+    elif command -v xmessage >/dev/null 2>&1; then
+        xmessage -center "Tessarine: $1"
+    else
+        printf 'Tessarine: %s\n' "$1" >&2
+    fi
+}
+
+if [ ! -f "$APP_BIN" ]; then
+    show_error "Executavel Linux nao encontrado em: $APP_BIN"
+    exit 1
+fi
+
+if [ ! -x "$APP_BIN" ]; then
+    chmod +x "$APP_BIN" 2>/dev/null || true
+fi
+
+export LD_LIBRARY_PATH="$APP_DIR/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
+export QT_PLUGIN_PATH="$APP_DIR/plugins${QT_PLUGIN_PATH:+:$QT_PLUGIN_PATH}"
+cd "$APP_DIR" || exit 1
+"$APP_BIN" "$@"
+status=$?
+if [ "$status" -ne 0 ]; then
+    show_error "Nao foi possivel iniciar o Tessarine. Codigo de saida: $status"
+fi
+exit "$status"
+)sh");
+
+const QString readmeText = QStringLiteral(
+    R"(Tessarine portable bundle
+
+Raiz do pendrive:
+- tessarine.tsrn: container criptografado
+- Tessarine-Windows.bat: inicializador Windows
+- Tessarine-Linux.sh: inicializador Linux
+
+A pasta Tessarine/windows contem o executavel Windows quando um bundle Windows esta disponivel.
+A pasta Tessarine/linux contem o executavel Linux e dependencias copiadas deste ambiente.
+Dependencias Qt e bibliotecas runtime sao copiadas durante a preparacao quando disponiveis.
+)");
+
+bool fail(PortableBundleResult *result, const QString &message)
+{
+    result->message = message;
+    return false;
+}
+
+bool isSamePath(const QString &first, const QString &second)
+{
+    return QFileInfo(first).absoluteFilePath() == QFileInfo(second).absoluteFilePath();
+}
+
+QString sourceDirectoryOf(const QString &executable, const QString &directory)
+{
+    return directory.isEmpty() ? QFileInfo(executable).absolutePath() : directory;
+}
+
+QString orApplicationDirectory(const QString &directory)
+{
+    return directory.isEmpty() ? QCoreApplication::applicationDirPath() : directory;
+}
+
+QFileInfoList filesNamed(const QString &nameFilter, const QString &directory)
+{
+    return QDir(directory).entryInfoList({nameFilter}, QDir::Files | QDir::Readable, QDir::NoSort);
+}
+
+bool holdsAnyOf(const QString &directory, const QStringList &names)
+{
+    return std::any_of(names.begin(), names.end(), [&](const QString &name) {
+        return QFileInfo::exists(QDir(directory).filePath(name));
+    });
+}
+
+bool holdsAllOf(const QString &directory, const QStringList &names)
+{
+    return std::all_of(names.begin(), names.end(), [&](const QString &name) {
+        return QFileInfo::exists(QDir(directory).filePath(name));
+    });
+}
+
+// Whether the bundles may take so many bytes of a drive, which has `available` bytes to give.
+bool fits(qint64 required, qint64 available, qint64 capacity, PortableBundleResult *result)
+{
+    if (required < 1)
+        return fail(
+            result,
+            QStringLiteral("Nenhum bundle valido foi encontrado para preparar a unidade USB."));
+    if (required > available)
+        return fail(result, QStringLiteral("Espaco insuficiente na unidade USB.\n\n"
+                                           "Necessario: %1 bytes\nDisponivel: %2 bytes")
+                                .arg(QString::number(required), QString::number(available)));
+    const bool capacityIsKnown = capacity >= 1;
+    if (capacityIsKnown && required > capacity / 4)
+        return fail(result, QStringLiteral("A unidade USB nao e recomendada para Tessarine.\n\n"
+                                           "Capacidade: %1 bytes\nBundle estimado: %2 bytes\n\n"
+                                           "O bundle ocuparia mais de 25% da unidade.")
+                                .arg(QString::number(capacity), QString::number(required)));
+    return true;
+}
+
+// Best effort: FAT and exFAT have no execute bits to set.
+void makeExecutable(const QString &path)
+{
+    QFile::setPermissions(path, QFile::permissions(path) | executeBits);
+}
+
+// Standard output of a command; nothing when it can't be started, crashes, fails or takes too long.
+std::optional<QString> outputOf(const QString &program, const QString &argument)
+{
+    QProcess process;
+    process.setProgram(program);
+    process.setArguments({argument});
+    process.start();
+    if (!process.waitForFinished(commandTimeLimit) || process.exitStatus() != QProcess::NormalExit
+        || process.exitCode() != 0)
+        return std::nullopt;
+    return QString::fromLocal8Bit(process.readAllStandardOutput());
+}
+
+// The path in a line of ldd's output: "libz.so.1 => /lib/libz.so.1 (0x00007f...)", or, for the
+// program loader, "/lib64/ld-linux-x86-64.so.2 (0x00007f...)". Empty for any other line.
+QString libraryInLddLine(const QString &line)
+{
+    static const QRegularExpression resolved(QStringLiteral(R"(=>\s+(/[^\s]+))"));
+    static const QRegularExpression loader(QStringLiteral(R"(^\s*(/[^\s]+))"));
+    const QRegularExpressionMatch match = resolved.match(line);
+    return match.hasMatch() ? match.captured(1) : loader.match(line).captured(1);
+}
+
+QStringList librariesInLddOutput(const QString &output)
+{
+    QStringList libraries;
+    for (const QString &line : output.split(u'\n', Qt::SkipEmptyParts)) {
+        const QString library = libraryInLddLine(line);
+        // The kernel's virtual library has no file that could be copied.
+        if (!library.isEmpty() && !library.contains(QStringLiteral("linux-vdso")))
+            libraries << library;
+    }
+    libraries.removeDuplicates();
+    return libraries;
+}
+
+// Lines of `ldconfig -p` read "\tlibssl.so.3 (libc6,x86-64) => /lib/.../libssl.so.3".
+QStringList libsslInLdconfigOutput(const QString &output)
+{
+    static const QRegularExpression libssl(
+        QStringLiteral(R"(\s+libssl\.so\.[0-9][^\s]*\s+\([^)]+\)\s+=>\s+(/[^\s]+))"));
+    QStringList libraries;
+    for (const QString &line : output.split(u'\n', Qt::SkipEmptyParts)) {
+        const QRegularExpressionMatch match = libssl.match(line);
+        if (match.hasMatch())
+            libraries << match.captured(1);
+    }
+    libraries.removeDuplicates();
+    return libraries;
+}
+
+bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
+{
+    while (!source->atEnd()) {
+        const QByteArray chunk = source->read(copyChunkSize);
+        // A file may promise more than it gives, as those of sysfs do: nothing read before the end
+        // is an error too, else the copy would never end.
+        if (chunk.isEmpty() && (source->error() != QFileDevice::NoError || !source->atEnd()))
+            return fail(result, QStringLiteral("Nao foi possivel ler o arquivo: %1")
+                                    .arg(QFileInfo(*source).fileName()));
+        if (target->write(chunk) != chunk.size())
+            return fail(
+                result,
+                QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+    }
+    return true;
+}
+
+// A drive whose own root is the source holds its target too: copied along, it would never end.
+bool isInside(const QString &path, const QString &directory)
+{
+    return QFileInfo(path).absoluteFilePath().startsWith(directory + u'/');
+}
+
+bool isAlreadyCopied(const QFileInfo &source, const QFileInfo &target)
+{
+    return target.isFile() && source.exists() && source.size() == target.size();
+}
+
+bool prepareWindowsBundle(const PortableBundleManager &manager,
+                          const PortableBundleOptions &options, const QString &target,
+                          PortableBundleResult *result)
+{
+    if (options.windowsExecutablePath.isEmpty())
+        return true;
+    const QString source =
+        sourceDirectoryOf(options.windowsExecutablePath, options.windowsSourceDirectory);
+    if (holdsAllOf(source,
+                   {QStringLiteral("Qt6Core.dll"), QStringLiteral("platforms/qwindows.dll")}))
+        return manager.copyDirectoryContents(source, target, result);
+    QString executable;
+    return manager.copyExecutable(options.windowsExecutablePath, target, &executable, result)
+           && manager.deployWindowsRuntime(executable, source, result)
+           && manager.copyAdjacentRuntimeLibraries(target, source, result);
+}
+
+bool prepareLinuxBundle(const PortableBundleManager &manager, const PortableBundleOptions &options,
+                        const QString &target, PortableBundleResult *result)
+{
+    if (options.linuxExecutablePath.isEmpty())
+        return true;
+    const QString source =
+        sourceDirectoryOf(options.linuxExecutablePath, options.linuxSourceDirectory);
+    if (holdsAnyOf(source,
+                   {QStringLiteral("lib"), QStringLiteral("plugins"), QStringLiteral("qt.conf")}))
+        return manager.copyDirectoryContents(source, target, result);
+    QString executable;
+    if (!manager.copyExecutable(options.linuxExecutablePath, target, &executable, result))
+        return false;
+    makeExecutable(executable);
+    return manager.deployLinuxRuntime(executable, result);
+}
+
+} // namespace
+
+PortableBundleResult
+PortableBundleManager::preparePortableBundle(const QString &usbRoot,
+                                             const PortableBundleOptions &options,
+                                             const PreparationProgress &progress) const
+{
+    PortableBundleResult result;
+    const QDir drive(usbRoot);
+    const auto report = [&progress](int stage, const QString &caption) {
+        if (progress)
+            progress(stage, stageCount, caption);
+    };
+
+    report(0, QStringLiteral("Validando unidade USB..."));
+    if (!drive.exists()) {
+        result.message = QStringLiteral("Unidade USB invalida.");
+        return result;
+    }
+    const QString bundleRoot = drive.filePath(QStringLiteral("Tessarine"));
+    const QString windowsTarget = QDir(bundleRoot).filePath(QStringLiteral("windows"));
+    const QString linuxTarget = QDir(bundleRoot).filePath(QStringLiteral("linux"));
+
+    report(1, QStringLiteral("Criando estrutura de pastas..."));
+    if (!ensureDirectory(bundleRoot, &result) || !ensureDirectory(windowsTarget, &result)
+        || !ensureDirectory(linuxTarget, &result)
+        || !validateBundleFitsUsb(usbRoot, bundleRoot, options, &result))
+        return result;
+
+    report(2, QStringLiteral("Copiando bundle Windows..."));
+    if (!prepareWindowsBundle(*this, options, windowsTarget, &result))
+        return result;
+
+    report(3, QStringLiteral("Copiando bundle Linux..."));
+    if (!prepareLinuxBundle(*this, options, linuxTarget, &result))
+        return result;
+
+    report(5, QStringLiteral("Criando inicializador Windows..."));
+    if (!writeTextFile(drive.filePath(QStringLiteral("Tessarine-Windows.bat")), windowsLauncherText,
+                       &result))
+        return result;
+
+    report(6, QStringLiteral("Criando arquivos auxiliares..."));
+    const QString linuxLauncher = drive.filePath(QStringLiteral("Tessarine-Linux.sh"));
+    if (!writeTextFile(linuxLauncher, linuxLauncherText, &result))
+        return result;
+    makeExecutable(linuxLauncher);
+    if (!writeTextFile(QDir(bundleRoot).filePath(QStringLiteral("README.txt")), readmeText,
+                       &result))
+        return result;
+
+    // The user may pull the drive as soon as it is said to be prepared.
+    syncFileSystem(usbRoot);
+    report(7, QStringLiteral("Preparacao concluida."));
+    result.success = true;
+    result.message = QStringLiteral("USB preparado com estrutura portatil Tessarine.");
+    return result;
+}
+
+PortableBundleResult
+PortableBundleManager::preparePortableBundle(const QString &usbRoot,
+                                             const PreparationProgress &progress) const
+{
+    PortableBundleOptions options;
+    options.linuxExecutablePath = QCoreApplication::applicationFilePath();
+    options.linuxSourceDirectory = QCoreApplication::applicationDirPath();
+    return preparePortableBundle(usbRoot, options, progress);
+}
+
+qint64 PortableBundleManager::fileSize(const QString &path) const
+{
+    const QFileInfo file(path);
+    return file.isFile() ? file.size() : 0;
+}
+
+qint64 PortableBundleManager::directorySize(const QString &path) const
+{
+    if (!QFileInfo(path).isDir())
+        return fileSize(path);
+    qint64 size = 0;
+    for (const QFileInfo &entry : QDir(path).entryInfoList(treeEntries, QDir::NoSort))
+        size += entry.isDir() ? directorySize(entry.absoluteFilePath()) : entry.size();
+    return size;
+}
+
+qint64 PortableBundleManager::estimateWindowsBundleSize(const PortableBundleOptions &options) const
+{
+    if (options.windowsExecutablePath.isEmpty())
+        return 0;
+    const QString source =
+        sourceDirectoryOf(options.windowsExecutablePath, options.windowsSourceDirectory);
+    qint64 size = fileSize(options.windowsExecutablePath);
+    for (const QFileInfo &library : filesNamed(QStringLiteral("*.dll"), source))
+        size += library.size();
+    for (const QString &family : windowsPluginFamilies)
+        size += directorySize(QDir(source).filePath(family));
+    return size;
+}
+
+qint64 PortableBundleManager::estimateLinuxBundleSize(const PortableBundleOptions &options) const
+{
+    if (options.linuxExecutablePath.isEmpty())
+        return 0;
+    const qint64 executableSize = fileSize(options.linuxExecutablePath);
+    const qint64 sourceSize =
+        directorySize(sourceDirectoryOf(options.linuxExecutablePath, options.linuxSourceDirectory));
+    if (sourceSize > executableSize)
+        return sourceSize;
+
+    const auto dependencies = [this](const QString &path) {
+        const QStringList libraries = linuxLibraryDependencies(path);
+        return QSet<QString>(libraries.begin(), libraries.end());
+    };
+    qint64 size = executableSize;
+    QSet<QString> libraries = dependencies(options.linuxExecutablePath);
+    const QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath));
+    for (const QString &family : linuxPluginFamilies) {
+        const QString directory = plugins.filePath(family);
+        size += directorySize(directory);
+        for (const QFileInfo &plugin : filesNamed(QStringLiteral("*.so"), directory))
+            libraries += dependencies(plugin.absoluteFilePath());
+    }
+    for (const QString &library : libraries)
+        size += fileSize(library);
+    return size;
+}
+
+bool PortableBundleManager::validateBundleFitsUsb(const QString &usbRoot, const QString &bundleRoot,
+                                                  const PortableBundleOptions &options,
+                                                  PortableBundleResult *result) const
+{
+    const QStorageInfo storage(usbRoot);
+    if (!storage.isValid() || !storage.isReady())
+        return fail(result,
+                    QStringLiteral("Nao foi possivel validar o espaco livre da unidade USB."));
+    const qint64 capacity = storage.bytesTotal();
+    const qint64 available = storage.bytesAvailable() + directorySize(bundleRoot);
+    const qint64 required = estimateWindowsBundleSize(options) + estimateLinuxBundleSize(options);
+    return fits(required, available, capacity, result);
+}
+
+bool PortableBundleManager::ensureDirectory(const QString &path, PortableBundleResult *result) const
+{
+    if (!QDir().mkpath(path))
+        return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(path));
+    result->touchedPaths << path;
+    return true;
+}
+
+bool PortableBundleManager::copyFileReplacing(const QString &source, const QString &target,
+                                              PortableBundleResult *result) const
+{
+    if (isSamePath(source, target) || isAlreadyCopied(QFileInfo(source), QFileInfo(target))) {
+        result->touchedPaths << target;
+        return true;
+    }
+    QFile input(source);
+    if (!input.open(QIODevice::ReadOnly))
+        return fail(result, QStringLiteral("Nao foi possivel copiar o arquivo: %1")
+                                .arg(QFileInfo(source).fileName()));
+    QSaveFile output(target);
+    if (!output.open(QIODevice::WriteOnly))
+        return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(target));
+    if (!copyChunks(&input, &output, result))
+        return false;
+    if (!commitFlushed(&output))
+        return fail(result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1").arg(target));
+    // Best effort: FAT and exFAT keep no permissions.
+    QFile::setPermissions(target, QFile::permissions(source));
+    result->touchedPaths << target;
+    return true;
+}
+
+bool PortableBundleManager::copyExecutable(const QString &source, const QString &targetDirectory,
+                                           QString *copiedPath, PortableBundleResult *result) const
+{
+    const bool forWindows = source.endsWith(QStringLiteral(".exe"), Qt::CaseInsensitive);
+    const QString target =
+        QDir(targetDirectory)
+            .filePath(forWindows ? QStringLiteral("Tessarine.exe") : QStringLiteral("Tessarine"));
+    if (!QFileInfo::exists(source))
+        return fail(result,
+                    QStringLiteral("Executavel do Tessarine nao encontrado: %1").arg(source));
+    if (!isSamePath(target, source) && !copyFileReplacing(source, target, result))
+        return fail(result,
+                    QStringLiteral("Nao foi possivel copiar o executavel para: %1").arg(target));
+    if (copiedPath != nullptr)
+        *copiedPath = target;
+    result->touchedPaths << target;
+    return true;
+}
+
+bool PortableBundleManager::copyCurrentExecutable(const QString &targetDirectory,
+                                                  QString *copiedPath,
+                                                  PortableBundleResult *result) const
+{
+    return copyExecutable(QCoreApplication::applicationFilePath(), targetDirectory, copiedPath,
+                          result);
+}
+
+bool PortableBundleManager::copyDirectoryContents(const QString &source, const QString &target,
+                                                  PortableBundleResult *result) const
+{
+    const QDir directory(source);
+    if (!directory.exists())
+        return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
+    if (!ensureDirectory(target, result))
+        return false;
+    for (const QFileInfo &entry : directory.entryInfoList(treeEntries, QDir::NoSort)) {
+        const QString path = entry.absoluteFilePath();
+        const QString entryTarget = QDir(target).filePath(entry.fileName());
+        if (isInside(entryTarget, path))
+            continue;
+        if (entry.isDir() && !copyDirectoryContents(path, entryTarget, result))
+            return false;
+        if (entry.isFile() && !copyFileReplacing(path, entryTarget, result))
+            return false;
+    }
+    return true;
+}
+
+bool PortableBundleManager::writeTextFile(const QString &path, const QString &text,
+                                          PortableBundleResult *result) const
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+        return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(path));
+    QTextStream stream(&file);
+    stream << text << Qt::flush;
+    if (stream.status() != QTextStream::Ok)
+        file.cancelWriting();
+    if (!commitFlushed(&file))
+        return fail(result, QStringLiteral("Nao foi possivel salvar o arquivo: %1").arg(path));
+    result->touchedPaths << path;
+    return true;
+}
+
+QStringList PortableBundleManager::linuxLibraryDependencies(const QString &path) const
+{
+    return librariesInLddOutput(outputOf(QStringLiteral("ldd"), path).value_or(QString()));
+}
+
+bool PortableBundleManager::copyLinuxLibraryDependencies(const QString &path,
+                                                         const QString &libraryDirectory,
+                                                         PortableBundleResult *result) const
+{
+    const QStringList libraries = linuxLibraryDependencies(path);
+    if (libraries.isEmpty())
+        return fail(
+            result,
+            QStringLiteral("Nao foi possivel identificar dependencias Linux para: %1").arg(path));
+    for (const QString &library : libraries) {
+        const QFileInfo file(library);
+        const QString target = QDir(libraryDirectory).filePath(file.fileName());
+        if (file.isFile() && !copyFileReplacing(library, target, result))
+            return false;
+    }
+    return true;
+}
+
+bool PortableBundleManager::copyLinuxTlsLibraries(const QString &libraryDirectory,
+                                                  PortableBundleResult *result) const
+{
+    const std::optional<QString> output =
+        outputOf(QStringLiteral("ldconfig"), QStringLiteral("-p"));
+    if (!output)
+        return fail(result, QStringLiteral("Nao foi possivel localizar bibliotecas TLS do Linux."));
+    bool found = false;
+    for (const QString &library : libsslInLdconfigOutput(*output)) {
+        const QFileInfo file(library);
+        if (!file.isFile())
+            continue;
+        if (!copyFileReplacing(library, QDir(libraryDirectory).filePath(file.fileName()), result))
+            return false;
+        found = true;
+    }
+    return found
+           || fail(result,
+                   QStringLiteral("Biblioteca libssl.so nao encontrada no ambiente Linux."));
+}
+
+bool PortableBundleManager::copyQtLinuxPlugins(const QString &pluginDirectory,
+                                               PortableBundleResult *result) const
+{
+    const QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath));
+    const QString libraryDirectory =
+        QFileInfo(pluginDirectory).absoluteDir().filePath(QStringLiteral("lib"));
+    for (const QString &family : linuxPluginFamilies) {
+        if (!plugins.exists(family))
+            continue;
+        const QString target = QDir(pluginDirectory).filePath(family);
+        if (!copyDirectoryContents(plugins.filePath(family), target, result))
+            return false;
+        for (const QFileInfo &plugin : filesNamed(QStringLiteral("*.so"), target))
+            if (!copyLinuxLibraryDependencies(plugin.absoluteFilePath(), libraryDirectory, result))
+                return false;
+    }
+    return true;
+}
+
+bool PortableBundleManager::deployLinuxRuntime(const QString &executablePath,
+                                               PortableBundleResult *result) const
+{
+    const QDir directory(QFileInfo(executablePath).absolutePath());
+    const QString libraryDirectory = directory.filePath(QStringLiteral("lib"));
+    const QString pluginDirectory = directory.filePath(QStringLiteral("plugins"));
+    return ensureDirectory(libraryDirectory, result) && ensureDirectory(pluginDirectory, result)
+           && copyLinuxLibraryDependencies(executablePath, libraryDirectory, result)
+           && copyLinuxTlsLibraries(libraryDirectory, result)
+           && copyQtLinuxPlugins(pluginDirectory, result);
+}
+
+bool PortableBundleManager::deployWindowsRuntime(const QString & /*executablePath*/,
+                                                 const QString & /*sourceDirectory*/,
+                                                 PortableBundleResult * /*result*/) const
+{
+    return true;
+}
+
+bool PortableBundleManager::copyDeployedRuntime(const QString &targetDirectory,
+                                                const QString &sourceDirectory,
+                                                PortableBundleResult *result) const
+{
+    const QString source = orApplicationDirectory(sourceDirectory);
+    if (!isSamePath(targetDirectory, source))
+        return copyDirectoryContents(source, targetDirectory, result);
+    result->touchedPaths << targetDirectory;
+    return true;
+}
+
+bool PortableBundleManager::copyAdjacentRuntimeLibraries(const QString &targetDirectory,
+                                                         const QString &sourceDirectory,
+                                                         PortableBundleResult *result) const
+{
+    const QString source = orApplicationDirectory(sourceDirectory);
+    for (const QFileInfo &library : filesNamed(QStringLiteral("*.dll"), source)) {
+        const QString path = library.absoluteFilePath();
+        const QString target = QDir(targetDirectory).filePath(library.fileName());
+        if (!isSamePath(target, path) && !copyFileReplacing(path, target, result))
+            return fail(
+                result,
+                QStringLiteral("Nao foi possivel copiar a biblioteca: %1").arg(library.fileName()));
+    }
+    return true;
 }
 
 } // namespace Tessarine::Deployment

@@ -2,8 +2,12 @@
 
 #include <QTest>
 
+#include <net/if.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +24,20 @@ inline void enterPrivateMountNamespace()
         std::perror("The tests mount file systems and need root");
         std::exit(EXIT_FAILURE);
     }
+}
+
+// Gives this process a network of its own that reaches nothing but itself, so that a server of the
+// test can take any port. Call it before the first thread starts.
+inline void enterPrivateNetwork()
+{
+    const int descriptor = unshare(CLONE_NEWNET) == 0 ? socket(AF_INET, SOCK_DGRAM, 0) : -1;
+    ifreq loopback{{"lo"}, {}};
+    loopback.ifr_flags = IFF_UP;
+    if (descriptor < 0 || ioctl(descriptor, SIOCSIFFLAGS, &loopback) != 0) {
+        std::perror("The tests make a network of their own and need root");
+        std::exit(EXIT_FAILURE);
+    }
+    close(descriptor);
 }
 
 } // namespace TestSupport

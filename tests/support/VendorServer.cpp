@@ -122,11 +122,11 @@ VendorBehaviour VendorBehaviour::drip(int pieces, int pause)
                             {QStringLiteral("pause"), pause}});
 }
 
-VendorServer::VendorServer()
+VendorServer::VendorServer(quint16 port)
     : formerConfiguration(QSslConfiguration::defaultConfiguration())
 {
     makeCertificates();
-    start();
+    start(port);
     trustAuthority();
 }
 
@@ -223,14 +223,15 @@ void VendorServer::makeCertificates() const
     }
 }
 
-void VendorServer::start()
+void VendorServer::start(quint16 port)
 {
     QDir().mkpath(rootDirectory());
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(supportProgram(QStringLiteral("vendor-server")),
                   {QStringLiteral("--root"), rootDirectory(), QStringLiteral("--certificates"),
                    directory.filePath(QStringLiteral("certificates")), QStringLiteral("--control"),
-                   directory.filePath(QStringLiteral("control")), QStringLiteral("--stop-at-eof")});
+                   directory.filePath(QStringLiteral("control")), QStringLiteral("--port"),
+                   QString::number(port), QStringLiteral("--stop-at-eof")});
     while (!process.canReadLine()) {
         if (!process.waitForReadyRead(startLimit))
             qFatal("vendor-server didn't start");

@@ -66,7 +66,8 @@ class VendorServer
 public:
     enum class Certificate { Good, Expired, SelfSigned, WrongHost };
 
-    VendorServer();
+    // The good certificate's port; a free one when none is given.
+    explicit VendorServer(quint16 port = 0);
     ~VendorServer();
     VendorServer(const VendorServer &) = delete;
     VendorServer &operator=(const VendorServer &) = delete;
@@ -98,7 +99,7 @@ private:
     QString controlFile(const QString &name) const;
     void writeBehaviours() const;
     void makeCertificates() const;
-    void start();
+    void start(quint16 port);
     void trustAuthority() const;
     QUrl address(const QString &scheme, const QString &listener, const QString &path) const;
 

@@ -1,0 +1,522 @@
+#define main tessarineConfigMain
+#include "app/TessarineConfig.cpp"
+#undef main
+
+#include "tests/support/TestMain.h"
+#include "tests/support/ZipFile.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <functional>
+
+#include <sys/syscall.h>
+
+using TestSupport::completePackage;
+using TestSupport::ZipFile;
+
+namespace
+{
+
+// What happens at each sync of the drive: a test looks at the drive then, or makes it fail.
+std::function<void()> whenSynced;
+
+} // namespace
+
+// Stands in front of the C library's function of that name.
+extern "C" int syncfs(int descriptor)
+{
+    if (whenSynced)
+        whenSynced();
+    return static_cast<int>(syscall(SYS_syncfs, descriptor));
+}
+
+namespace
+{
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class PackageStepsTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> directory;
+    QString error;
+
+    QString path(const QString &name) const { return directory->filePath(name); }
+
+    QStringList names(const QString &name = QStringLiteral(".")) const
+    {
+        return QDir(path(name))
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    // Mounts a file system that the next clean-up takes away again.
+    void mountTmpfs(const QString &name, const char *options)
+    {
+        QDir().mkpath(path(name));
+        if (mount("tmpfs", qPrintable(path(name)), "tmpfs", 0, options) != 0)
+            qFatal("Can't mount %s", qPrintable(path(name)));
+        mounted.prepend(path(name));
+    }
+    QStringList mounted;
+
+    bool extract(const QByteArray &zip)
+    {
+        writeFile(path(QStringLiteral("package.zip")), zip);
+        return extractZip(path(QStringLiteral("package.zip")), path(QStringLiteral("extracted")),
+                          &error);
+    }
+
+    // The first program called unzip that the extraction finds.
+    void stubUnzip(const QByteArray &script)
+    {
+        const QString stub = path(QStringLiteral("bin/unzip"));
+        writeFile(stub, "#!/bin/sh\n" + script);
+        QFile::setPermissions(stub, QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+        qputenv("PATH", qPrintable(path(QStringLiteral("bin"))) + QByteArray(":/usr/bin:/bin"));
+    }
+
+    bool swap()
+    {
+        return replaceBundleDirectory(path(QStringLiteral("drive/windows")),
+                                      path(QStringLiteral("drive/staged")),
+                                      path(QStringLiteral("drive/backup")), &error);
+    }
+
+    const QByteArray formerPath = qgetenv("PATH");
+
+private Q_SLOTS:
+    void initTestCase() { qputenv("LC_ALL", "C.UTF-8"); }
+
+    void init()
+    {
+        directory = std::make_unique<QTemporaryDir>();
+        error = QStringLiteral("before");
+    }
+
+    void cleanup()
+    {
+        whenSynced = nullptr;
+        qputenv("PATH", formerPath);
+        for (const QString &mountPoint : std::as_const(mounted))
+            umount2(qPrintable(mountPoint), MNT_DETACH);
+        mounted.clear();
+        directory.reset();
+    }
+
+    // ---- extraction
+
+    void wholeZipIsExtracted()
+    {
+        QVERIFY(extract(ZipFile()
+                            .file(QStringLiteral("a/b.txt"), QStringLiteral("content"))
+                            .directory(QStringLiteral("empty/"))
+                            .bytes()));
+        QCOMPARE(names(QStringLiteral("extracted")), QStringList({"a", "empty"}));
+        QCOMPARE(contentOf(path(QStringLiteral("extracted/a/b.txt"))), QByteArray("content"));
+        QCOMPARE(error, QStringLiteral("before"));
+    }
+
+    void namesWithBlanksAndAccentsAreKept()
+    {
+        const QString name = QStringLiteral("Ação de graças/não é %1.txt");
+        QVERIFY(extract(ZipFile().file(name, QStringLiteral("x")).bytes()));
+        QCOMPARE(contentOf(path(QStringLiteral("extracted/") + name)), QByteArray("x"));
+    }
+
+    void executeBitsAreThoseOfTheZip()
+    {
+        QVERIFY(extract(ZipFile()
+                            .file(QStringLiteral("program"), QStringLiteral("x"), true)
+                            .file(QStringLiteral("text"), QStringLiteral("x"))
+                            .bytes()));
+        QVERIFY(QFileInfo(path(QStringLiteral("extracted/program"))).isExecutable());
+        QVERIFY(
+            !(QFile::permissions(path(QStringLiteral("extracted/text"))) & QFileDevice::ExeOwner));
+    }
+
+    void nameThatStandsTwiceIsOverwrittenWithoutAQuestion()
+    {
+        QVERIFY(extract(ZipFile()
+                            .file(QStringLiteral("a"), QStringLiteral("first"))
+                            .file(QStringLiteral("a"), QStringLiteral("second"))
+                            .bytes()));
+        QCOMPARE(contentOf(path(QStringLiteral("extracted/a"))), QByteArray("second"));
+    }
+
+    void entryThatPointsUpwardsStaysInTheDestination()
+    {
+        extract(ZipFile()
+                    .file(QStringLiteral("../outside"), QStringLiteral("x"))
+                    .file(QStringLiteral("a/../../outside"), QStringLiteral("x"))
+                    .bytes());
+        QCOMPARE(names(), QStringList({"extracted", "package.zip"}));
+    }
+
+    void entryWithAnAbsoluteNameIsRefused()
+    {
+        const QString outside = path(QStringLiteral("outside"));
+        QVERIFY(!extract(ZipFile().file(outside, QStringLiteral("x")).bytes()));
+        QVERIFY2(error.startsWith(QStringLiteral("Falha ao extrair ZIP: ")), qPrintable(error));
+        QVERIFY(!QFileInfo::exists(outside));
+    }
+
+    void linkDoesNotLeadAnEntryOutOfTheDestination()
+    {
+        QDir().mkpath(path(QStringLiteral("outside")));
+        extract(ZipFile()
+                    .link(QStringLiteral("link"), path(QStringLiteral("outside")))
+                    .file(QStringLiteral("link/file"), QStringLiteral("x"))
+                    .bytes());
+        QCOMPARE(names(QStringLiteral("outside")), QStringList());
+    }
+
+    void brokenZipEndsWithTheToolsOwnWords_data()
+    {
+        QTest::addColumn<QByteArray>("zip");
+        const QByteArray whole = completePackage(QStringLiteral("1")).bytes();
+        QTest::newRow("no zip") << QByteArray("this is no zip file");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("cut") << whole.left(whole.size() / 2);
+        QByteArray flipped = ZipFile().zeros(QStringLiteral("a"), 100000).bytes();
+        flipped[45] = static_cast<char>(~flipped.at(45));
+        QTest::newRow("damaged content") << flipped;
+    }
+    void brokenZipEndsWithTheToolsOwnWords()
+    {
+        QFETCH(QByteArray, zip);
+        QVERIFY(!extract(zip));
+        const QString head = QStringLiteral("Falha ao extrair ZIP: ");
+        QVERIFY2(error.startsWith(head) && error.size() > head.size(), qPrintable(error));
+    }
+
+    void encryptedEntryIsRefusedWithoutAskingForItsPassword()
+    {
+        writeFile(path(QStringLiteral("a")), "secret");
+        QProcess zip;
+        zip.setWorkingDirectory(directory->path());
+        zip.start(QStringLiteral("zip"),
+                  {QStringLiteral("-q"), QStringLiteral("-P"), QStringLiteral("password"),
+                   QStringLiteral("package.zip"), QStringLiteral("a")});
+        QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
+        QVERIFY(!extract(contentOf(path(QStringLiteral("package.zip")))));
+        QVERIFY2(error.contains(QStringLiteral("unable to get password")), qPrintable(error));
+    }
+
+    void driveThatFillsUpEndsTheExtractionAtOnce()
+    {
+        mountTmpfs(QStringLiteral("extracted"), "size=1m");
+        QVERIFY(!extract(ZipFile()
+                             .zeros(QStringLiteral("bomb"), 50000000)
+                             .file(QStringLiteral("after"), QStringLiteral("x"))
+                             .bytes()));
+        QVERIFY2(error.contains(QStringLiteral("write error (disk full?)")), qPrintable(error));
+    }
+
+    void destinationThatCannotBeMadeIsNamed()
+    {
+        writeFile(path(QStringLiteral("extracted")), "in the way");
+        QVERIFY(!extract(ZipFile().file(QStringLiteral("a"), QStringLiteral("x")).bytes()));
+        QCOMPARE(error, QStringLiteral("Não foi possível criar staging: %1")
+                            .arg(path(QStringLiteral("extracted"))));
+    }
+
+    void absentToolLeavesJustTheSentencesHead()
+    {
+        qputenv("PATH", qPrintable(path(QStringLiteral("bin"))));
+        QVERIFY(!extract("x"));
+        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: "));
+    }
+
+    void toolsOutputStandsBeforeItsErrorsWithNothingBetween()
+    {
+        stubUnzip("echo -n errors >&2; echo -n 'output %2'; exit 1\n");
+        QVERIFY(!extract("x"));
+        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: output %2errors"));
+    }
+
+    void killedToolIsAFailureWithWhatItPrinted()
+    {
+        stubUnzip("echo -n begun; kill -9 $$\n");
+        QVERIFY(!extract("x"));
+        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: begun"));
+    }
+
+    void toolIsCalledQuietlyAndOverwriting()
+    {
+        stubUnzip("printf '<%s>' \"$@\"; exit 3\n");
+        QVERIFY(!extract("x"));
+        QCOMPARE(error,
+                 QStringLiteral("Falha ao extrair ZIP: <-q><-o><%1><-d><%2>")
+                     .arg(path(QStringLiteral("package.zip")), path(QStringLiteral("extracted"))));
+    }
+
+    // ---- validation
+
+    void completePackageIsAccepted()
+    {
+        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY(validateExtractedPackage(path(QStringLiteral("extracted")), &error));
+        QCOMPARE(error, QStringLiteral("before"));
+    }
+
+    void firstMissingFileIsNamed_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char *name :
+             {"windows/Tessarine.exe", "windows/platforms/qwindows.dll", "linux/Tessarine",
+              "linux/Tessarine-Linux.sh", "linux/qt.conf", "linux/lib/libssl.so.3",
+              "linux/plugins/tls/libqopensslbackend.so"})
+            QTest::newRow(name) << QString::fromLatin1(name);
+    }
+    void firstMissingFileIsNamed()
+    {
+        QFETCH(QString, name);
+        const QString missing = path(QStringLiteral("extracted/Tessarine/") + name);
+        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY(QFile::remove(missing));
+        // What stands behind it in the order isn't looked at any more.
+        if (!name.contains(QStringLiteral("openssl")))
+            QDir(path(QStringLiteral("extracted/Tessarine/linux/plugins"))).removeRecursively();
+        QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
+        QCOMPARE(error, QStringLiteral("Pacote sem arquivo obrigatório: %1").arg(missing));
+    }
+
+    void packageWithoutItsTopDirectoryFailsWithTheFirstFile()
+    {
+        QVERIFY(extract(
+            ZipFile().file(QStringLiteral("windows/Tessarine.exe"), QStringLiteral("x")).bytes()));
+        QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
+        QCOMPARE(error,
+                 QStringLiteral("Pacote sem arquivo obrigatório: %1")
+                     .arg(path(QStringLiteral("extracted/Tessarine/windows/Tessarine.exe"))));
+    }
+
+    void packageWithOnlyALinuxBundleFailsWithTheFirstFile()
+    {
+        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY(QDir(path(QStringLiteral("extracted/Tessarine/windows"))).removeRecursively());
+        QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
+        QCOMPARE(error,
+                 QStringLiteral("Pacote sem arquivo obrigatório: %1")
+                     .arg(path(QStringLiteral("extracted/Tessarine/windows/Tessarine.exe"))));
+    }
+
+    void emptyFileOrDirectoryOfARequiredNamePasses()
+    {
+        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        const QString executable = path(QStringLiteral("extracted/Tessarine/linux/Tessarine"));
+        QVERIFY(QFile::remove(executable) && QDir().mkpath(executable));
+        writeFile(path(QStringLiteral("extracted/Tessarine/linux/qt.conf")), "");
+        QVERIFY(validateExtractedPackage(path(QStringLiteral("extracted")), &error));
+    }
+
+    // ---- replacement
+
+    void swapKeepsTheOldDirectoryAsBackup()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        QVERIFY(swap());
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"backup", "windows"}));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("new"));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/backup/a"))), QByteArray("old"));
+        QCOMPARE(error, QStringLiteral("before"));
+    }
+
+    void absentTargetGetsTheSourceWithoutABackup()
+    {
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        QVERIFY(swap());
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
+        QCOMPARE(error, QStringLiteral("before"));
+    }
+
+    void backupOfAnEarlierRunIsEmptiedFirst()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        writeFile(path(QStringLiteral("drive/backup/older")), "older");
+        QVERIFY(swap());
+        QCOMPARE(names(QStringLiteral("drive/backup")), QStringList({"a"}));
+    }
+
+    void backupOfAnEarlierRunIsLostEvenIfTheSwapFails()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/backup/older")), "older");
+        QVERIFY(!swap());
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
+    }
+
+    void backupThatCannotBeRemovedLeavesTheTargetUntouched()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        mountTmpfs(QStringLiteral("drive/backup/mounted"), "size=1m");
+        QVERIFY(!swap());
+        QCOMPARE(error, QStringLiteral("Não foi possível remover: %1")
+                            .arg(path(QStringLiteral("drive/backup"))));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/staged/a"))), QByteArray("new"));
+    }
+
+    void targetThatCannotBeMovedStaysInPlace()
+    {
+        mountTmpfs(QStringLiteral("drive/windows"), "size=1m");
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        QVERIFY(!swap());
+        QCOMPARE(error, QStringLiteral("Não foi possível criar backup de: %1")
+                            .arg(path(QStringLiteral("drive/windows"))));
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"staged", "windows"}));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
+    }
+
+    void sourceThatCannotBeMovedBringsTheOldDirectoryBack()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        mountTmpfs(QStringLiteral("drive/staged"), "size=1m");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        QVERIFY(!swap());
+        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
+                            .arg(path(QStringLiteral("drive/windows"))));
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"staged", "windows"}));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/staged/a"))), QByteArray("new"));
+    }
+
+    void absentSourceBringsTheOldDirectoryBack()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        QVERIFY(!swap());
+        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
+                            .arg(path(QStringLiteral("drive/windows"))));
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
+    }
+
+    void absentSourceAndTargetLeaveNothing()
+    {
+        QDir().mkpath(path(QStringLiteral("drive")));
+        QVERIFY(!swap());
+        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
+                            .arg(path(QStringLiteral("drive/windows"))));
+        QCOMPARE(names(QStringLiteral("drive")), QStringList());
+    }
+
+    void driveThatTurnsReadOnlyBetweenTheRenamesKeepsTheOldDirectoryAsBackup()
+    {
+        mountTmpfs(QStringLiteral("drive"), "size=1m");
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        whenSynced = [this] {
+            mount(nullptr, qPrintable(path(QStringLiteral("drive"))), nullptr,
+                  MS_REMOUNT | MS_RDONLY, nullptr);
+        };
+        QVERIFY(!swap());
+        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
+                            .arg(path(QStringLiteral("drive/windows"))));
+        QCOMPARE(names(QStringLiteral("drive")), QStringList({"backup", "staged"}));
+        QCOMPARE(contentOf(path(QStringLiteral("drive/backup/a"))), QByteArray("old"));
+    }
+
+    void driveIsSyncedAfterEachRename()
+    {
+        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        QList<QStringList> seen;
+        whenSynced = [&] { seen.append(names(QStringLiteral("drive"))); };
+        QVERIFY(swap());
+        QCOMPARE(seen, QList<QStringList>({{"backup", "staged"}, {"backup", "windows"}}));
+    }
+
+    // ---- removal
+
+    void absentPathIsAlreadyRemoved()
+    {
+        QVERIFY(removeDirectory(path(QStringLiteral("absent")), &error));
+        QCOMPARE(error, QStringLiteral("before"));
+        QVERIFY(removeDirectory(path(QStringLiteral("absent")), nullptr));
+    }
+
+    void wholeTreeIsRemoved()
+    {
+        writeFile(path(QStringLiteral("tree/a/.hidden")), "x");
+        writeFile(path(QStringLiteral("tree/b")), "x");
+        QVERIFY(removeDirectory(path(QStringLiteral("tree")), nullptr));
+        QCOMPARE(names(), QStringList());
+    }
+
+    void linkInATreeIsRemovedAndNotFollowed()
+    {
+        writeFile(path(QStringLiteral("document")), "precious");
+        writeFile(path(QStringLiteral("folder/document")), "precious");
+        QDir().mkpath(path(QStringLiteral("tree")));
+        QFile::link(path(QStringLiteral("document")), path(QStringLiteral("tree/to file")));
+        QFile::link(path(QStringLiteral("folder")), path(QStringLiteral("tree/to folder")));
+        QVERIFY(removeDirectory(path(QStringLiteral("tree")), &error));
+        QCOMPARE(names(), QStringList({"document", "folder"}));
+        QCOMPARE(contentOf(path(QStringLiteral("folder/document"))), QByteArray("precious"));
+    }
+
+    void failedRemovalNamesThePathAndLeavesWhatItCouldNotDelete()
+    {
+        mountTmpfs(QStringLiteral("tree/mounted"), "size=1m");
+        writeFile(path(QStringLiteral("tree/a")), "x");
+        QVERIFY(!removeDirectory(path(QStringLiteral("tree")), &error));
+        QCOMPARE(error,
+                 QStringLiteral("Não foi possível remover: %1").arg(path(QStringLiteral("tree"))));
+        QCOMPARE(names(QStringLiteral("tree")), QStringList({"mounted"}));
+        QVERIFY(!removeDirectory(path(QStringLiteral("tree")), nullptr));
+    }
+
+    void missingToolToAskForTheMainApplicationCountsAsRunning()
+    {
+        qputenv("PATH", qPrintable(path(QStringLiteral("bin"))));
+        QVERIFY(isMainApplicationRunning());
+    }
+
+    void mainApplicationIsFoundByItsExactName_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("running");
+        QTest::newRow("its name") << QStringLiteral("Tessarine") << true;
+        QTest::newRow("a longer name") << QStringLiteral("TessarineConfig") << false;
+        QTest::newRow("other capitals") << QStringLiteral("tessarine") << false;
+    }
+    void mainApplicationIsFoundByItsExactName()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, running);
+        QVERIFY(!isMainApplicationRunning());
+        QVERIFY(QFile::copy(QStringLiteral("/usr/bin/sleep"), path(name)));
+        QProcess process;
+        process.start(path(name), {QStringLiteral("60")});
+        QVERIFY(process.waitForStarted());
+        QTRY_COMPARE(contentOf(QStringLiteral("/proc/%1/comm").arg(process.processId())).trimmed(),
+                     name.toLatin1());
+        QCOMPARE(isMainApplicationRunning(), running);
+        process.kill();
+        process.waitForFinished();
+    }
+};
+
+TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, PackageStepsTest)
+
+#include "package_steps_test.moc"

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QString>
+
+namespace TestSupport
+{
+
+// What goes into a zip file; hostile names and links are taken as they are.
+class ZipFile
+{
+public:
+    ZipFile &file(const QString &name, const QString &text, bool executable = false)
+    {
+        return add({{QStringLiteral("name"), name},
+                    {QStringLiteral("text"), text},
+                    {QStringLiteral("executable"), executable}});
+    }
+
+    ZipFile &zeros(const QString &name, qint64 size)
+    {
+        return add({{QStringLiteral("name"), name}, {QStringLiteral("zeros"), size}});
+    }
+
+    ZipFile &link(const QString &name, const QString &target)
+    {
+        return add({{QStringLiteral("name"), name}, {QStringLiteral("link"), target}});
+    }
+
+    // A name that ends in a slash.
+    ZipFile &directory(const QString &name) { return add({{QStringLiteral("name"), name}}); }
+
+    QByteArray bytes() const
+    {
+        QProcess maker;
+        maker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        maker.start(QStringLiteral(TESSARINE_TEST_SUPPORT_DIR "/make-zip"), QStringList());
+        maker.write(QJsonDocument(entries).toJson());
+        maker.closeWriteChannel();
+        if (!maker.waitForFinished() || maker.exitCode() != 0)
+            qFatal("make-zip made no zip file");
+        return maker.readAllStandardOutput();
+    }
+
+private:
+    ZipFile &add(const QJsonObject &entry)
+    {
+        entries.append(entry);
+        return *this;
+    }
+
+    QJsonArray entries;
+};
+
+// A package as the vendor publishes it: every required entry, and the version in its executables.
+inline ZipFile completePackage(const QString &version)
+{
+    const QString windowsBundle = QStringLiteral("Tessarine/windows/");
+    const QString linuxBundle = QStringLiteral("Tessarine/linux/");
+    ZipFile zip;
+    zip.file(windowsBundle + QStringLiteral("Tessarine.exe"), version)
+        .file(windowsBundle + QStringLiteral("platforms/qwindows.dll"), version)
+        .file(linuxBundle + QStringLiteral("Tessarine"), version, true)
+        .file(linuxBundle + QStringLiteral("Tessarine-Linux.sh"), version, true)
+        .file(linuxBundle + QStringLiteral("qt.conf"), version)
+        .file(linuxBundle + QStringLiteral("lib/libssl.so.3"), version)
+        .file(linuxBundle + QStringLiteral("plugins/tls/libqopensslbackend.so"), version);
+    return zip;
+}
+
+} // namespace TestSupport

@@ -11,7 +11,8 @@ namespace Tessarine::Deployment
 
 bool commitFlushed(QSaveFile *file)
 {
-    if (!file->flush())
+    // commit() flushes and syncs as well, but doesn't look at what comes of it.
+    if (!file->flush() || fsync(file->handle()) != 0)
         file->cancelWriting();
     return file->commit();
 }

@@ -1,0 +1,227 @@
+#pragma once
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStorageInfo>
+#include <QTemporaryDir>
+
+#include <sys/mount.h>
+
+#include <memory>
+
+namespace TestSupport
+{
+
+// A place for a test's files, gone with the object: a temporary directory, or a file system of its
+// own on one. Those need TestMain.h's private mount namespace. Sizes are in bytes.
+class Drive
+{
+public:
+    Drive()
+    {
+        if (!m_directory.isValid())
+            qFatal("No temporary directory: %s", qPrintable(m_directory.errorString()));
+        // Children without privileges must get in too.
+        QFile::setPermissions(m_directory.path(), QFile::permissions(m_directory.path())
+                                                      | QFile::ReadOther | QFile::ExeOther);
+    }
+
+    ~Drive()
+    {
+        if (m_isMounted)
+            umount2(QFile::encodeName(path()).constData(), MNT_DETACH);
+    }
+
+    Drive(const Drive &) = delete;
+    Drive &operator=(const Drive &) = delete;
+
+    // A file system in memory; 4096 bytes are its smallest unit.
+    static Drive tmpfs(qint64 size) { return Drive(size); }
+
+    // A real file system in a file. A medium shorter than the size fails when it is written to
+    // beyond that, as a broken or unplugged drive does: not when a file is written, but later.
+    static Drive ext4(qint64 size) { return Drive(size, size + 1'048'576); }
+    static Drive ext4OnShortMedium(qint64 size, qint64 mediumSize)
+    {
+        return Drive(size, mediumSize);
+    }
+
+    // Path of a file on the drive, or of the drive's root.
+    QString path(const QString &name = {}) const
+    {
+        const QString root = m_directory.path() + (m_isMounted ? QStringLiteral("/drive") : u""_qs);
+        return name.isEmpty() ? root : root + u'/' + name;
+    }
+
+    // Writes a file, and the directories above it, and returns its path.
+    QString write(const QString &name, const QByteArray &contents) const
+    {
+        makeDirectory(QFileInfo(name).path());
+        QFile file(path(name));
+        if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size()
+            || !file.flush())
+            qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
+        return path(name);
+    }
+
+    // Writes a file of that length without its blocks.
+    QString writeSparse(const QString &name, qint64 size) const
+    {
+        write(name, {});
+        QFile::resize(path(name), size);
+        return path(name);
+    }
+
+    QString makeDirectory(const QString &name) const
+    {
+        QDir().mkpath(path(name));
+        return path(name);
+    }
+
+    // Makes a symbolic link with that very text, which may lead nowhere, and returns its path.
+    QString link(const QString &name, const QString &target) const
+    {
+        makeDirectory(QFileInfo(name).path());
+        if (!QFile::link(target, path(name)))
+            qFatal("Can't link %s", qPrintable(path(name)));
+        return path(name);
+    }
+
+    QByteArray read(const QString &name) const
+    {
+        QFile file(path(name));
+        file.open(QIODevice::ReadOnly);
+        return file.readAll();
+    }
+
+    bool exists(const QString &name) const { return QFileInfo::exists(path(name)); }
+
+    // Every entry below the root, hidden ones too, sorted: "directory/", "link -> target",
+    // "file: contents" (size and SHA-256 of contents of more than 80 bytes).
+    QStringList tree(const QString &below = {}) const
+    {
+        return listing(below, [this](const QFileInfo &file) {
+            return QStringLiteral(": ") + describe(file.absoluteFilePath());
+        });
+    }
+
+    // The same without the contents of files.
+    QStringList names(const QString &below = {}) const
+    {
+        return listing(below, [](const QFileInfo &) { return QString(); });
+    }
+
+    qint64 bytesFree() const { return QStorageInfo(path()).bytesAvailable(); }
+
+    // Takes the drive's room away with a file, all but so many bytes.
+    void fill(qint64 rest = 0, const QString &name = QStringLiteral("fill")) const
+    {
+        QFile file(path(name));
+        file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+        const QByteArray block(4096, 'f');
+        while (bytesFree() > rest && file.write(block) == block.size()) {
+        }
+    }
+
+    void makeReadOnly() const { remount(MS_RDONLY); }
+    void forbidExecution() const { remount(MS_NOEXEC); }
+
+    // Takes an ext4 drive's medium away, as pulling the drive does: nothing can be read any more
+    // but what the cache holds, and nothing written.
+    void loseMedium() const
+    {
+        QFile::resize(m_medium->path(QStringLiteral("image")), 0);
+        m_medium->makeReadOnly();
+    }
+
+    // What an ext4 drive's medium holds.
+    QByteArray medium() const { return m_medium->read(QStringLiteral("image")); }
+
+    // Makes root's files those of the user as which asUnprivileged() runs.
+    void giveAway() const
+    {
+        run(QStringLiteral("/usr/bin/chown"),
+            {QStringLiteral("-R"), QStringLiteral("nobody"), path()});
+    }
+
+private:
+    explicit Drive(qint64 size)
+        : Drive()
+    {
+        mountWith({QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+                   QStringLiteral("size=%1").arg(size), QStringLiteral("tmpfs")});
+    }
+
+    Drive(qint64 size, qint64 mediumSize)
+        : Drive()
+    {
+        m_medium.reset(new Drive(mediumSize));
+        const QString image = m_medium->writeSparse(QStringLiteral("image"), size);
+        run(QStringLiteral("/usr/sbin/mkfs.ext4"),
+            {QStringLiteral("-q"), QStringLiteral("-m"), QStringLiteral("0"), QStringLiteral("-O"),
+             QStringLiteral("^has_journal"), image});
+        mountWith({QStringLiteral("-o"), QStringLiteral("loop"), image});
+    }
+
+    void mountWith(QStringList arguments)
+    {
+        m_isMounted = true;
+        QDir().mkpath(path());
+        run(QStringLiteral("/usr/bin/mount"), arguments << path());
+    }
+
+    void remount(unsigned long flags) const
+    {
+        const QByteArray root = QFile::encodeName(path());
+        if (mount(nullptr, root.constData(), nullptr, MS_REMOUNT | flags, nullptr) != 0)
+            qFatal("Can't remount %s", root.constData());
+    }
+
+    static void run(const QString &program, const QStringList &arguments)
+    {
+        if (QProcess::execute(program, arguments) != 0)
+            qFatal("%s failed", qPrintable(program));
+    }
+
+    static QString describe(const QString &path)
+    {
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        const QByteArray contents = file.readAll();
+        if (contents.size() <= 80)
+            return QString::fromUtf8(contents);
+        const QByteArray hash = QCryptographicHash::hash(contents, QCryptographicHash::Sha256);
+        return QStringLiteral("%1 bytes, %2")
+            .arg(QString::number(contents.size()), QString::fromLatin1(hash.toHex()));
+    }
+
+    template <typename Describe>
+    QStringList listing(const QString &below, const Describe &contents) const
+    {
+        QStringList lines;
+        const QDir root(path(below));
+        QDirIterator entries(root.path(),
+                             QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                             QDirIterator::Subdirectories);
+        while (entries.hasNext()) {
+            const QFileInfo entry(entries.next());
+            const QString name = root.relativeFilePath(entry.absoluteFilePath());
+            if (entry.isSymLink())
+                lines << name + QStringLiteral(" -> ") + entry.symLinkTarget();
+            else
+                lines << (entry.isDir() ? name + u'/' : name + contents(entry));
+        }
+        lines.sort();
+        return lines;
+    }
+
+    QTemporaryDir m_directory;
+    std::unique_ptr<Drive> m_medium;
+    bool m_isMounted = false;
+};
+
+} // namespace TestSupport

@@ -572,17 +572,20 @@ QString randomBackgroundPath()
     return paths.at(QRandomGenerator64::global()->bounded(paths.size()));
 }
 
-// Three fifths of the screen's width within bounds, 16 to 9, and never higher than the screen.
-QSize backdropSize(const QScreen *screen)
+// Three fifths of the available width within bounds, 16 to 9, and never higher than what there is.
+QSize backdropSizeWithin(const QSize &available)
 {
-    if (screen == nullptr)
-        return {960, 540};
-    const QSize available = screen->availableGeometry().size();
     const int width = std::clamp(available.width() * 6 / 10, 900, 1152);
     const int height = (width * 9) >> 4;
     if (height <= available.height())
         return {width, height};
     return {available.height() * 16 / 9, available.height()};
+}
+
+QSize backdropSizeOn(const QScreen *screen)
+{
+    return screen == nullptr ? QSize(960, 540)
+                             : backdropSizeWithin(screen->availableGeometry().size());
 }
 
 // ---------------------------------------------------------------- about dialog
@@ -826,7 +829,7 @@ QWidget *ConfigWindow::createBackdrop()
 {
     auto *backdrop = new BackgroundWidget(this);
     backdrop->background.load(randomBackgroundPath());
-    backdrop->setFixedSize(backdropSize(QGuiApplication::primaryScreen()));
+    backdrop->setFixedSize(backdropSizeOn(QGuiApplication::primaryScreen()));
     return backdrop;
 }
 
@@ -1198,8 +1201,7 @@ QByteArray ConfigWindow::fetchVerifiedPackage(const UpdateManifest &manifest,
                                               QString *error)
 {
     showStage(progress, 2, QStringLiteral("Baixando pacote de atualização..."));
-    QByteArray package =
-        httpGet(QUrl(manifest.packageUrl, QUrl::TolerantMode), 600000, error);
+    QByteArray package = httpGet(QUrl(manifest.packageUrl, QUrl::TolerantMode), 600000, error);
     if (package.isEmpty()) {
         log(QStringLiteral("Falha no download: %1").arg(*error));
         warn(this, *error);

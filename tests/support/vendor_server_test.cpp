@@ -243,4 +243,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(VendorServerTest)
-#include "VendorServerTest.moc"
+#include "vendor_server_test.moc"

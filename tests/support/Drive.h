@@ -9,7 +9,9 @@
 #include <QStorageInfo>
 #include <QTemporaryDir>
 
+#include <fcntl.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include <memory>
 
@@ -42,8 +44,9 @@ public:
     // A file system in memory; 4096 bytes are its smallest unit.
     static Drive tmpfs(qint64 size) { return Drive(size); }
 
-    // A real file system in a file. A medium shorter than the size fails when it is written to
-    // beyond that, as a broken or unplugged drive does: not when a file is written, but later.
+    // A real file system in a file, with 5 % of its room kept for root. A medium shorter than the
+    // size fails when it is written to beyond that, as a broken or unplugged drive does: not when a
+    // file is written, but later.
     static Drive ext4(qint64 size) { return Drive(size, size + 1'048'576); }
     static Drive ext4OnShortMedium(qint64 size, qint64 mediumSize)
     {
@@ -135,7 +138,16 @@ public:
     void loseMedium() const
     {
         QFile::resize(m_medium->path(QStringLiteral("image")), 0);
-        m_medium->makeReadOnly();
+        m_medium->fill();
+    }
+
+    // Forces the next reading of a file to the medium.
+    void dropCache(const QString &name) const
+    {
+        QFile file(path(name));
+        file.open(QIODevice::ReadOnly);
+        fsync(file.handle());
+        posix_fadvise(file.handle(), 0, 0, POSIX_FADV_DONTNEED);
     }
 
     // What an ext4 drive's medium holds.
@@ -162,8 +174,7 @@ private:
         m_medium.reset(new Drive(mediumSize));
         const QString image = m_medium->writeSparse(QStringLiteral("image"), size);
         run(QStringLiteral("/usr/sbin/mkfs.ext4"),
-            {QStringLiteral("-q"), QStringLiteral("-m"), QStringLiteral("0"), QStringLiteral("-O"),
-             QStringLiteral("^has_journal"), image});
+            {QStringLiteral("-q"), QStringLiteral("-O"), QStringLiteral("^has_journal"), image});
         mountWith({QStringLiteral("-o"), QStringLiteral("loop"), image});
     }
 

@@ -119,20 +119,20 @@ QString mountedRootForLabel(const QString &label)
     for (const QString &pattern :
          {QStringLiteral("/media/%1/%2"), QStringLiteral("/run/media/%1/%2")}) {
         for (const QString &user : std::as_const(users)) {
-            const QString directory = pattern.arg(user, label);
+            QString directory = pattern.arg(user, label);
             if (QFileInfo(directory).isDir())
                 return directory;
         }
     }
 
-    const QString directory = QStringLiteral("/mnt/%1").arg(label);
+    QString directory = QStringLiteral("/mnt/%1").arg(label);
     return QFileInfo(directory).isDir() ? directory : QString();
 }
 
 // A name for a mounted volume that has none: its directory's, or its device's if that is "/".
 QString fallbackDisplayName(const QString &devicePath, const QString &mountDirectory)
 {
-    const QString name = QFileInfo(mountDirectory).fileName();
+    QString name = QFileInfo(mountDirectory).fileName();
     if (!name.isEmpty() && name != QLatin1String("/"))
         return name;
     return QFileInfo(devicePath).fileName();

@@ -2,34 +2,16 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
+#include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/ZipFile.h"
 
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <functional>
-
-#include <sys/syscall.h>
-
 using TestSupport::completePackage;
+using TestSupport::whenSynced;
 using TestSupport::ZipFile;
-
-namespace
-{
-
-// What happens at each sync of the drive: a test looks at the drive then, or makes it fail.
-std::function<void()> whenSynced;
-
-} // namespace
-
-// Stands in front of the C library's function of that name.
-extern "C" int syncfs(int descriptor)
-{
-    if (whenSynced)
-        whenSynced();
-    return static_cast<int>(syscall(SYS_syncfs, descriptor));
-}
 
 namespace
 {

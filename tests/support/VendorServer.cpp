@@ -249,7 +249,7 @@ void VendorServer::trustAuthority() const
 QUrl VendorServer::address(const QString &scheme, const QString &listener,
                            const QString &path) const
 {
-    return QUrl(QStringLiteral("%1://localhost:%2%3")
+    return QUrl(QStringLiteral("%1://127.0.0.1:%2%3")
                     .arg(scheme, QString::number(ports.value(listener).toInt()), path));
 }
 

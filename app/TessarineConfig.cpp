@@ -69,21 +69,23 @@ QString applicationTitle()
     return QStringLiteral("Tessarine - Gerenciador");
 }
 
-// Qt's boxes and text views take a text that looks like HTML for HTML. Names of drives, files and
-// servers are only ever text, so such a text is turned into the HTML that shows it as it stands.
-QString asPlainText(const QString &text)
+// Qt takes a text that looks like HTML for HTML. Names of drives, files and servers are only ever
+// text, so the program's messages show every character as it stands.
+void showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &text)
 {
-    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
+    QMessageBox box(icon, applicationTitle(), text, QMessageBox::Ok, parent);
+    box.setTextFormat(Qt::PlainText);
+    box.exec();
 }
 
 void inform(QWidget *parent, const QString &text)
 {
-    QMessageBox::information(parent, applicationTitle(), asPlainText(text));
+    showMessage(parent, QMessageBox::Information, text);
 }
 
 void warn(QWidget *parent, const QString &text)
 {
-    QMessageBox::warning(parent, applicationTitle(), asPlainText(text));
+    showMessage(parent, QMessageBox::Warning, text);
 }
 
 // Asks a question whose safe answer, "Não", is the default. True only for "Sim".
@@ -92,7 +94,8 @@ bool askYesNo(QWidget *parent, const QString &title, const QString &text)
     QMessageBox box(parent);
     box.setIcon(QMessageBox::Question);
     box.setWindowTitle(title);
-    box.setText(asPlainText(text));
+    box.setTextFormat(Qt::PlainText);
+    box.setText(text);
     const QPushButton *yes = box.addButton(QStringLiteral("Sim"), QMessageBox::AcceptRole);
     QPushButton *no = box.addButton(QStringLiteral("Não"), QMessageBox::RejectRole);
     box.setDefaultButton(no);
@@ -958,10 +961,12 @@ void ConfigWindow::connectSignals()
 }
 
 // A modal dialog keeps mouse and keyboard away from the window, but not a screen reader, which
-// presses a button directly. A command inside a command is refused here for it as well.
+// presses a button directly, and not before it is shown or once it has closed. So a command inside
+// a command, which has a progress dialog as long as it runs, is refused here.
 void ConfigWindow::runCommand(void (ConfigWindow::*command)())
 {
-    if (QApplication::activeModalWidget() == nullptr)
+    const bool isRunning = findChild<QProgressDialog *>(QString(), Qt::FindDirectChildrenOnly);
+    if (!isRunning && QApplication::activeModalWidget() == nullptr)
         (this->*command)();
 }
 
@@ -990,7 +995,8 @@ void ConfigWindow::locateSources()
 
 void ConfigWindow::log(const QString &line)
 {
-    logView->append(asPlainText(line));
+    // append() has no format of its own: HTML is all that keeps text that looks like it as it is.
+    logView->append(Qt::mightBeRichText(line) ? Qt::convertFromPlainText(line) : line);
 }
 
 void ConfigWindow::refreshDevices()
@@ -1071,7 +1077,9 @@ void ConfigWindow::prepareSelectedDevice()
             dialog->setLabelText(text);
             QCoreApplication::processEvents();
         });
-    progress.setValue(progress.maximum());
+    // The last report has closed the dialog already: a value would bring it up once more.
+    if (progress.isVisible())
+        progress.setValue(progress.maximum());
     reportPreparation(device, result);
 }
 

@@ -94,11 +94,11 @@ public:
         return path(name);
     }
 
+    // Empty for an absent file too.
     QByteArray read(const QString &name) const
     {
         QFile file(path(name));
-        file.open(QIODevice::ReadOnly);
-        return file.readAll();
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
     bool exists(const QString &name) const { return QFileInfo::exists(path(name)); }

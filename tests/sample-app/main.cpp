@@ -2,6 +2,7 @@
 // a window that says what it is and where it was started from, and brings up TLS.
 #include <QApplication>
 #include <QLabel>
+#include <QPushButton>
 #include <QSslSocket>
 #include <QTextStream>
 #include <QTimer>
@@ -42,6 +43,9 @@ int main(int argc, char *argv[])
     layout->addWidget(new QLabel(tlsDescription()));
     layout->addWidget(
         new QLabel(QStringLiteral("Iniciado de: %1").arg(QCoreApplication::applicationDirPath())));
+    auto *close = new QPushButton(QStringLiteral("Fechar"));
+    QObject::connect(close, &QPushButton::clicked, &window, &QWidget::close);
+    layout->addWidget(close, 0, Qt::AlignRight);
     window.show();
     QTimer::singleShot(0, announceReadiness);
     return QApplication::exec();

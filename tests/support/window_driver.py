@@ -9,6 +9,7 @@ whole preparation for example, so that it must be possible to ask for one withou
 """
 
 import os
+import signal
 import subprocess
 import time
 
@@ -19,7 +20,9 @@ ACTION = 'org.a11y.atspi.Action'
 COMPONENT = 'org.a11y.atspi.Component'
 TEXT = 'org.a11y.atspi.Text'
 
-STATES = {'active': 1, 'enabled': 8, 'modal': 16, 'sensitive': 24, 'showing': 25, 'visible': 30}
+STATES = {'active': 1, 'enabled': 8, 'showing': 25}
+
+LABELLED_BY = 2  # of the kinds of relations
 
 # A program answers between two steps of its work; the longest one it waits for is an `unzip`.
 ANSWER_LIMIT_MS = 60_000
@@ -102,6 +105,11 @@ class Element:
         return reply[0] if reply else ''
 
     @property
+    def process_id(self):
+        return self._bus.call('org.freedesktop.DBus', '/org/freedesktop/DBus', 'org.freedesktop.DBus',
+                              'GetConnectionUnixProcessID', GLib.Variant('(s)', (self._owner,)))[0]
+
+    @property
     def children(self):
         reply = self._call(ACCESSIBLE, 'GetChildren')
         return [Element(self._bus, owner, path) for owner, path in reply[0]] if reply else []
@@ -140,6 +148,15 @@ class Element:
         assert element, f'No {role} "{name}" among:\n{self.outline()}'
         return element
 
+    def labelled(self, role, label):
+        """The element of that role that names the label as its own."""
+        for element in self.find_all(role):
+            relations = element._call(ACCESSIBLE, 'GetRelationSet')
+            for kind, targets in relations[0] if relations else []:
+                if kind == LABELLED_BY and Element(self._bus, *targets[0]).name == label:
+                    return element
+        raise AssertionError(f'No {role} labelled "{label}" among:\n{self.outline()}')
+
     def labels(self):
         return [label.name for label in self.find_all('label') if label.name]
 
@@ -161,8 +178,8 @@ class Application:
     def __init__(self, command, name=None, **options):
         """Starts the command, whose program has `name` on the bus, and waits until it is there."""
         self._name = name or os.path.basename(command[0])
-        self.process = subprocess.Popen(command, **options)
-        self._bus = Bus()
+        self._bus = Bus()  # first: a program that starts before its session has one registers late
+        self.process = subprocess.Popen(command, start_new_session=True, **options)
         self._root = wait_for(self._registered, f'{self._name} on the accessibility bus')
 
     def __enter__(self):
@@ -170,27 +187,36 @@ class Application:
 
     def __exit__(self, *_):
         if self.process.poll() is None:
-            self.process.kill()
+            os.killpg(self.process.pid, signal.SIGKILL)  # also what a launcher has started
             self.process.wait()
 
     def _registered(self):
         assert self.process.poll() is None, f'{self._name} ended with {self.process.returncode}'
         return next((root for root in self._bus.applications() if root.name == self._name), None)
 
+    @property
+    def process_id(self):
+        """Of the program itself, also when the command that was started is a launcher of it."""
+        return self._root.process_id
+
     def windows(self):
         return [window for window in self._root.children if window.has('showing')]
 
     def window(self, title):
         """The window of that title, waited for."""
-        return wait_for(lambda: next((w for w in self.windows() if w.name == title), None),
-                        f'the window "{title}"')
+        return self.wait_for(lambda: next((w for w in self.windows() if w.name == title), None),
+                             f'the window "{title}"')
 
     def dialog(self, holds):
         """The window, other than the first, one of whose labels is that text; waited for."""
-        return wait_for(lambda: self.dialog_now(holds), f'the dialog that says "{holds}"')
+        return self.wait_for(lambda: self.dialog_now(holds), f'the dialog that says "{holds}"')
 
     def dialog_now(self, holds):
         return next((w for w in self.windows()[1:] if holds in w.labels()), None)
 
-    def outline(self):
-        return self._root.outline()
+    def wait_for(self, condition, what):
+        """As the function, and tells in vain what was there instead."""
+        try:
+            return wait_for(condition, what)
+        except Timeout as timeout:
+            raise Timeout(f'{timeout}, but there was:\n{self._root.outline()}') from None

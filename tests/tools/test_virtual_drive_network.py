@@ -16,7 +16,7 @@ FETCH = '''
 exec {line}< <(exec "$0" --root "$1" --certificates "$1" --control "$1/control" --port 443)
 server=$!
 read -r -u "$line" _
-curl -sS "$2"
+/usr/bin/python3 -c 'import sys, urllib.request as r; print(r.urlopen(sys.argv[1]).read().decode())' "$2"
 status=$?
 kill "$server"
 exit "$status"
@@ -46,12 +46,12 @@ def fetch(served, address, *options, user=()):
 def test_host_is_this_machine_and_authority_is_trusted(served, user):
     answer = fetch(served, 'https://vendor.example/hello',
                    '--host', 'vendor.example', '--authority', served / 'ca.pem', user=user)
-    assert (answer.returncode, answer.stdout) == (0, 'published'), answer.stderr
+    assert (answer.returncode, answer.stdout) == (0, 'published\n'), answer.stderr
 
 
 def test_authority_is_not_trusted_unless_asked_for(served):
     answer = fetch(served, 'https://vendor.example/hello', '--host', 'vendor.example')
-    assert answer.returncode == 60, answer.stderr  # curl's "peer certificate can't be authenticated"
+    assert 'CERTIFICATE_VERIFY_FAILED' in answer.stderr
 
 
 def test_machines_own_authorities_stay_trusted(served):

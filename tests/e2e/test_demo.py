@@ -1,0 +1,19 @@
+"""The demo, which fails by itself if anything that it shows isn't so."""
+
+import os
+import pathlib
+import subprocess
+
+ROOT = pathlib.Path(__file__).parents[2]
+PICTURES = ['01-window', '02-question', '03-progress', '04-result', '05-sample-application',
+            '06-update-refused', '07-update-question', '08-update-progress', '09-update-result',
+            '10-sample-application']
+
+
+def test_demo_shows_what_it_claims():
+    environment = {key: value for key, value in os.environ.items() if key != 'DISPLAY'}
+    demo = subprocess.run([ROOT / 'tools' / 'demo', os.environ['TESSARINE_BINARY_DIR']],
+                          env=environment, stdout=subprocess.PIPE, text=True, check=False)
+    print(demo.stdout)
+    assert demo.returncode == 0
+    assert sorted(picture.stem for picture in (ROOT / 'build' / 'demo').iterdir()) == PICTURES

@@ -1,0 +1,38 @@
+"""A preparation by a user without privileges, with the PATH that Debian gives such a user."""
+
+import os
+import pathlib
+import shutil
+
+import pytest
+
+from manager import Manager, question_before_preparing
+
+ROOT = pathlib.Path(__file__).parents[2]
+
+
+@pytest.fixture(autouse=True)
+def linux_source(build):
+    """The sample application where a manager that is started from its build looks for it."""
+    assert os.geteuid() != 0 and shutil.which('ldconfig') is None
+    bundle = build / 'app' / 'bundles' / 'linux-x64'
+    bundle.mkdir(parents=True)
+    shutil.copy2(build / 'tests' / 'sample-app' / '1.0.0' / 'Tessarine', bundle)
+    yield
+    shutil.rmtree(build / 'app' / 'bundles')
+
+
+def test_script_run_makes_a_preparation_possible(drive):
+    with Manager(ROOT / 'script' / 'run', name='TessarineConfig') as manager:
+        manager.prepare(drive)
+    linux = drive / 'Tessarine' / 'linux'
+    assert (linux / 'lib' / 'libssl.so.3').is_file()
+    assert (linux / 'plugins' / 'platforms' / 'libqxcb.so').is_file()
+
+
+def test_without_it_the_user_is_told_what_could_not_be_found(build, drive):
+    with Manager(build / 'app' / 'TessarineConfig') as manager:
+        manager.press('Preparar unidade USB')
+        manager.answer(question_before_preparing(drive), 'Sim')
+        manager.answer('Nao foi possivel localizar bibliotecas TLS do Linux.', 'OK')
+        assert manager.log[3:] == ['Falha: Nao foi possivel localizar bibliotecas TLS do Linux.']

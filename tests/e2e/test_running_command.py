@@ -1,0 +1,99 @@
+"""The window and the progress dialog while a bundle of 1 GiB and more is copied onto a drive."""
+
+import os
+import re
+
+import pytest
+
+from manager import PREPARED, Manager, question_before_preparing
+from screen import click_close_button, is_painted, move, pixels, press_key
+
+GIB = 1 << 30
+COPYING = 'Copiando bundle Windows...'
+GESTURES = pytest.mark.parametrize('dismiss', [
+    lambda dialog: press_key('Escape'),
+    lambda dialog: press_key('alt+F4'),
+    click_close_button,
+], ids=['escape', 'alt-f4', 'close-button'])
+
+
+def copying_manager(installed, drive, size):
+    """A manager that has begun to copy a Windows bundle of that size in bytes."""
+    bundle = installed.parent / 'bundles' / 'windows-x64'
+    (bundle / 'platforms').mkdir(parents=True)
+    (bundle / 'platforms' / 'qwindows.dll').touch()
+    (bundle / 'Tessarine.exe').touch()
+    (bundle / 'Qt6Core.dll').touch()
+    os.truncate(bundle / 'Qt6Core.dll', size)
+    return Manager(installed)
+
+
+def start_copying(manager, drive):
+    manager.press('Preparar unidade USB')
+    manager.answer(question_before_preparing(drive), 'Sim')
+    return manager.progress(COPYING)
+
+
+def memory(process, field):
+    """A field of /proc/PID/status in bytes, see proc(5)."""
+    with open(f'/proc/{process.pid}/status', encoding='ascii') as status:
+        return int(re.search(rf'^{field}:\s+(\d+) kB$', status.read(), re.MULTILINE)[1]) * 1024
+
+
+def test_memory_grows_by_no_more_than_8_mib(installed, drive):
+    with copying_manager(installed, drive, GIB) as manager:
+        idle = memory(manager.process, 'VmRSS')
+        with open(f'/proc/{manager.process.pid}/clear_refs', 'w', encoding='ascii') as peak:
+            peak.write('5')  # the peak begins anew at what is in memory now
+        start_copying(manager, drive)
+        manager.answer(PREPARED, 'OK')
+        grown = memory(manager.process, 'VmHWM') - idle
+    assert (drive / 'Tessarine/windows/Qt6Core.dll').stat().st_size == GIB
+    print(f'Grown by {grown / 1024:.0f} KiB')
+    assert grown <= 8 << 20
+
+
+def test_window_is_repainted(installed, drive):
+    with copying_manager(installed, drive, 2 * GIB - (1 << 20)) as manager:
+        manager.wait_for(lambda: is_painted(manager.main), 'the painted window')
+        whole = pixels(manager.main.rectangle)
+        progress = start_copying(manager, drive)
+        covered = progress.rectangle
+        shown_before = part(whole, manager.main.rectangle, covered)
+        manager.wait_for(lambda: pixels(covered) != shown_before, 'the dialog over the window')
+        move(progress, 0, 0)
+        manager.wait_for(lambda: pixels(covered) == shown_before, 'what the dialog had covered')
+        assert manager.progress_now(COPYING), 'The copying had ended before the window was repainted'
+        manager.answer(PREPARED, 'OK')
+
+
+def part(shown, of, rectangle):
+    """The pixels of a rectangle that lies within another one."""
+    left, top, width, height = rectangle[0] - of[0], rectangle[1] - of[1], *rectangle[2:]
+    rows = range(top, top + height)
+    return b''.join(shown[3 * (row * of[2] + left):3 * (row * of[2] + left + width)] for row in rows)
+
+
+@GESTURES
+def test_progress_of_a_preparation_can_not_be_dismissed(installed, drive, dismiss):
+    with copying_manager(installed, drive, GIB) as manager:
+        progress = start_copying(manager, drive)
+        manager.wait_for(lambda: progress.has('active'), 'the dialog in front')
+        dismiss(progress)
+        # The program is told of the move after the gesture, so once it knows of it both were handled.
+        move(progress, 40, 40)
+        manager.wait_for(lambda: progress.rectangle[0] < 100, 'the dialog where it was moved to')
+        assert manager.progress_now(COPYING)
+        manager.answer(PREPARED, 'OK')
+
+
+@GESTURES
+def test_each_of_these_gestures_closes_a_box(installed, drive, dismiss):
+    """Or else they prove nothing above."""
+    with Manager(installed) as manager:
+        manager.press('Preparar unidade USB')
+        text = 'Compile pelo menos um bundle do Tessarine antes de preparar a unidade.'
+        box = manager.dialog(text)
+        manager.wait_for(lambda: box.has('active'), 'the box in front')
+        dismiss(box)
+        manager.wait_for(lambda: not manager.dialog_now(text), 'the end of the box')

@@ -1,11 +1,11 @@
 """The window and the progress dialog while a bundle of 1 GiB and more is copied onto a drive."""
 
 import os
-import re
 
 import pytest
 
 from manager import PREPARED, Manager, question_before_preparing
+from process_memory import Growth
 from screen import click_close_button, is_painted, move, pixels, press_key
 
 GIB = 1 << 30
@@ -34,20 +34,12 @@ def start_copying(manager, drive):
     return manager.progress(COPYING)
 
 
-def memory(process, field):
-    """A field of /proc/PID/status in bytes, see proc(5)."""
-    with open(f'/proc/{process.pid}/status', encoding='ascii') as status:
-        return int(re.search(rf'^{field}:\s+(\d+) kB$', status.read(), re.MULTILINE)[1]) * 1024
-
-
 def test_memory_grows_by_no_more_than_8_mib(installed, drive):
     with copying_manager(installed, drive, GIB) as manager:
-        idle = memory(manager.process, 'VmRSS')
-        with open(f'/proc/{manager.process.pid}/clear_refs', 'w', encoding='ascii') as peak:
-            peak.write('5')  # the peak begins anew at what is in memory now
+        growth = Growth(manager.process)
         start_copying(manager, drive)
         manager.answer(PREPARED, 'OK')
-        grown = memory(manager.process, 'VmHWM') - idle
+        grown = growth.peak
     assert (drive / 'Tessarine/windows/Qt6Core.dll').stat().st_size == GIB
     print(f'Grown by {grown / 1024:.0f} KiB')
     assert grown <= 8 << 20

@@ -10,9 +10,12 @@ from PIL import Image
 
 SIZE = (1920, 1080)
 WHITE = 65535
-# What stands below this row has to carry white text; the light is held back from LEAD rows above.
+# White text stands below the first of these rows, and left of the column also below the second: in
+# the smallest window the layout moves the text up. From LEAD rows above, the light is held back.
 TEXT_FROM = 305
-LEAD = 50
+TEXT_FROM_IN_SMALL_WINDOW = 207
+TEXT_UP_TO = 1625
+LEAD = 60
 # A veil takes the contrast out of the picture behind the text, over VEIL rows.
 VEIL_FROM = 200
 VEIL = 260
@@ -62,28 +65,37 @@ def add_halo(light):
         far = box_blur(far, 16)
     halo = (near * 3 + far * 6) // 8
     fine = box_blur(halo.repeat(4, axis=0).repeat(4, axis=1), 3)
-    return numpy.minimum(light + fine, WHITE)
+    return light + fine
 
 
-def ramp(start, length):
-    """For each row from 0 above `start` to 256 below its end, without a corner at either."""
-    step = numpy.clip((numpy.arange(SIZE[1]) - start) * 256 // length, 0, 256)
+def ramp(start, length, count):
+    """From 0 up to `start` to 256 after `length` more of `count` steps, without a corner."""
+    step = numpy.clip((numpy.arange(count) - start) * 256 // length, 0, 256)
     return step * step * (768 - 2 * step) // 65536
+
+
+def text_area():
+    """256 where text may stand, 0 where it never does, for each pixel."""
+    columns, rows = SIZE
+    below = ramp(TEXT_FROM - LEAD, LEAD, rows)[:, None]
+    below_in_small_window = ramp(TEXT_FROM_IN_SMALL_WINDOW - LEAD, LEAD, rows)[:, None]
+    left = 256 - ramp(TEXT_UP_TO, LEAD, columns)[None, :]
+    return numpy.maximum(below, below_in_small_window * left // 256)
 
 
 def calm_text_area(light):
     """Draws a veil over the area of the text and holds every pixel there below TEXT_LIGHT."""
-    veil = (ramp(VEIL_FROM, VEIL) * 90 // 256)[:, None, None]
+    veil = (ramp(VEIL_FROM, VEIL, SIZE[1]) * 90 // 256)[:, None, None]
     light = (light * (256 - veil) + NIGHT * veil) // 256
 
-    held = ramp(TEXT_FROM - LEAD, LEAD)
-    limit = (TEXT_LIGHT * held + 2 * WHITE * (256 - held))[:, None] // 256
-    knee = limit // 2
+    held = text_area()
+    limit = (TEXT_LIGHT * held + 2 * WHITE * (256 - held)) // 256
+    knee = limit * 3 // 4
     present = numpy.maximum(luminance(light), 1)
     above = numpy.maximum(present - knee, 0)
     room = limit - knee
     allowed = numpy.minimum(present, knee) + above * room // (above + room)
-    return light * allowed[:, :, None] // present[:, :, None]
+    return numpy.minimum(light * allowed[:, :, None] // present[:, :, None], WHITE)
 
 
 def print_with_grain(light):

@@ -4,7 +4,7 @@
 global_settings { assumed_gamma 1.0 max_trace_level 6 }
 #include "studio.inc"
 
-ShiftedCamera(<0, 2.3, -11>, 0.69, 2.6)
+ShiftedCamera(<0, 1.8, -11>, 0.610, 2.6)
 
 // Only reflections see the sky: a wide soft light behind the subject.
 sky_sphere {
@@ -36,18 +36,26 @@ SoftBox(<-6, 6, -3>, <5, 6.1, 0>, <0.40, 0.70, 1.0> * 0.9)
 SoftBox(<-9, 0.9, -16>, <7, 1.5, -15.9>, <0.25, 0.60, 1.0> * 0.9)
 SoftBox(<-8, 0.5, -3>, <-7.9, 4, 3>, <0.4, 0.7, 1.0> * 0.9)
 
-light_source { <-2, 1.6, -9>, rgb <0.35, 0.70, 1.0> * 1.6 spotlight point_at <2.6, 0.2, 0> radius 5 falloff 12 shadowless }
+light_source { <-2, 1.6, -9>, rgb <0.35, 0.70, 1.0> * 1.2 spotlight point_at <2.6, 0.2, 0> radius 5 falloff 12 shadowless }
 
 TesseraFloor(rgb <0.0005, 0.0020, 0.0055>)
 
-object { Drive(Ice) interior { ior 2.2 } rotate y * -22 scale 0.74 translate <2.30, 0.0, 0.45> }
+// Here the connector reaches down to where the text is, so it is of darker metal.
+#declare Steel = texture {
+    pigment { rgb <0.045, 0.105, 0.200> }
+    finish {
+        ambient 0 diffuse 0.35 specular 0.35 roughness 0.03 metallic
+        reflection { rgb <0.10, 0.16, 0.24>, rgb <0.45, 0.55, 0.65> metallic }
+    }
+}
+object { Drive(<0.10, 0.45, 1.0>) interior { ior 2.2 } rotate y * -22 scale 0.70 translate <2.54, 0.0, 0.45> }
 
 #declare Dice = seed(1907);
-object { MosaicShield(0.80, <0.16, 0.55, 1.0>, Dice) rotate y * 10 translate <3.02, 0.55, 1.35> }
+object { MosaicShield(0.76, <0.16, 0.55, 1.0>, Dice) rotate y * 10 translate <3.24, 0.56, 1.35> }
 
 // A ribbon of tesserae flows into it. It comes from the left, thin, and closes on its way.
 #declare Pitch = 0.175;
-#declare Columns = 44;
+#declare Columns = 45;
 #declare Column = 0;
 #while (Column < Columns)
     #declare T = Column / Columns;
@@ -64,7 +72,7 @@ object { MosaicShield(0.80, <0.16, 0.55, 1.0>, Dice) rotate y * 10 translate <3.
                 translate y * Row * Pitch * (1 - 0.35 * T)
                 rotate x * (38 * sin(T * 5.4))
                 rotate z * (9 * cos(T * 5.0))
-                translate <-5.15 + Pitch * Column, 0.74 + 0.17 * sin(T * 5.0 - 0.4), 1.7 - 0.3 * T>
+                translate <-5.15 + Pitch * Column, 0.78 + 0.17 * sin(T * 5.0 - 0.4), 1.7 - 0.3 * T>
                           + Jitter * 0.35 * Loose
                 no_reflection
             }

@@ -18,15 +18,15 @@ sky_sphere {
 }
 
 light_source {
-    <-4.5, 6.5, -6>, rgb <0.72, 0.88, 1.05> * 1.9
-    spotlight point_at <0.9, 1.7, 0> radius 3 falloff 21
+    <-3.8, 6.5, -6>, rgb <0.72, 0.88, 1.05> * 1.7
+    spotlight point_at <1.7, 1.9, 0> radius 2 falloff 20
 }
 light_source {
-    <5.5, 4.5, -2.0>, rgb <0.10, 0.42, 1.0> * 1.3
-    spotlight point_at <1.6, 1.4, 0> radius 10 falloff 42
+    <6.2, 4.5, -2.0>, rgb <0.10, 0.42, 1.0> * 1.3
+    spotlight point_at <2.6, 1.9, 0> radius 6 falloff 34
     shadowless
 }
-light_source { <-3.5, 4.5, -5>, rgb <0.06, 0.30, 0.80> * 1.1 spotlight point_at <-3.2, 1.9, 0> radius 4 falloff 30 shadowless }
+light_source { <-3.5, 4.5, -5>, rgb <0.06, 0.30, 0.80> * 1.1 spotlight point_at <-2.8, 1.9, 0> radius 4 falloff 30 shadowless }
 light_source { <-1, -3, -8>, rgb <0.010, 0.050, 0.130> * 0.9 shadowless }
 SoftBox(<-7, 5, -9>, <1, 6, -4>, <0.35, 0.68, 1.0> * 1.1)
 SoftBox(<-9, -3, -6>, <-8.9, 4, -3>, <0.10, 0.35, 0.75> * 0.8)
@@ -72,7 +72,7 @@ SoftBox(<-9, -3, -6>, <-8.9, 4, -3>, <0.10, 0.35, 0.75> * 0.8)
                 RoundedBox(<0.008, 0.008, 0>, <PlateSize - 0.008, PlateSize - 0.008, 0.5>, 0.018)
                 translate <Column * PlateSize, Row * PlateSize + 0.2, 0>
             }
-            cylinder { <1.75, 1.36, -1>, <1.75, 1.36, 1>, 2.56 }
+            cylinder { <2.75, 1.40, -1>, <2.75, 1.40, 1>, 2.56 }
             texture { Wall }
         }
         #declare Column = Column + 1;
@@ -89,7 +89,7 @@ union {
         texture {
             pigment {
                 function { min(0.999, max(0, (y + 1.0) / 2.2)) }
-                color_map { [0 rgb <0.010, 0.050, 0.130>] [0.5 rgb Amber * 0.25] [1 rgb Amber * 1.2] }
+                color_map { [0 rgb <0.003, 0.028, 0.120>] [0.5 rgb Amber * 0.25] [1 rgb Amber * 1.2] }
             }
             finish { ambient 0 diffuse 0 emission 1 }
         }
@@ -97,7 +97,16 @@ union {
     object { Ring(1.66, 2.12, 0.16, 0.06) texture { DoorSteel } }
     object { Ring(1.585, 1.66, 0.07, 0.02) texture { BrightSteel } }
     object { Ring(0.835, 1.58, 0.10, 0.04) texture { DoorSteel } }
-    object { Ring(0.80, 0.83, 0.13, 0.012) Glow(<0.10, 0.42, 0.9> * 0.9) }
+    object {
+        Ring(0.80, 0.83, 0.13, 0.012)
+        texture {
+            pigment {
+                function { min(0.999, max(0, (y + 0.15) / 0.75)) }
+                color_map { [0 rgb <0.003, 0.026, 0.110>] [1 rgb <0.09, 0.38, 0.85>] }
+            }
+            finish { ambient 0 diffuse 0 emission 1 }
+        }
+    }
     cylinder { <0, 0, -0.06>, <0, 0, 0.4>, 0.81 texture { DoorSteel } }
     #declare I = 0;
     #while (I < 24)
@@ -133,8 +142,15 @@ union {
         translate <0, 0, -0.43>
         texture { BrightSteel }
     }
+    difference {
+        object { ShieldPlate(0.385, 0.035) }
+        object { ShieldPlate(0.365, 1) translate -y * 0.5 }
+        rotate x * -90
+        translate <0, 0, -0.43>
+        Glow(<0.09, 0.38, 0.85> * 0.8)
+    }
     object { Keyhole(0.42, 0.005) rotate x * -90 translate <0, 0, -0.405> Glow(Amber * 1.3) }
-    translate <1.75, 1.36, 0>
+    translate <2.75, 1.40, 0>
 }
 
 object {
@@ -144,8 +160,8 @@ object {
     rotate y * 180
     rotate x * -52
     rotate y * 14
-    scale 0.60
-    translate <-1.55, 1.32, -1.3>
+    scale 0.62
+    translate <-1.05, 1.37, -1.3>
     no_shadow
     no_reflection
 }

@@ -43,7 +43,7 @@ struct Surroundings {
 
     static QString put(const QString &base, const QString &name)
     {
-        const QString path = QDir(base).filePath(name);
+        QString path = QDir(base).filePath(name);
         QDir().mkpath(QFileInfo(path).absolutePath());
         QFile file(path);
         file.open(QIODevice::WriteOnly);

@@ -1,0 +1,132 @@
+#define main tessarineConfigMain
+#include "app/TessarineConfig.cpp"
+#undef main
+
+#include "tests/support/MessageBoxUser.h"
+
+#include <QTest>
+
+namespace
+{
+
+using TestSupport::MessageBoxUser;
+
+// What the user does once the program is up.
+std::function<void(ConfigWindow *)> onceUp;
+
+ConfigWindow *shownWindow()
+{
+    const QWidgetList widgets = QApplication::topLevelWidgets();
+    for (QWidget *widget : widgets) {
+        if (auto *window = dynamic_cast<ConfigWindow *>(widget); window && window->isVisible())
+            return window;
+    }
+    qFatal("The program shows no window");
+}
+
+// Runs with each application that main makes, before it has a window.
+void waitForTheWindow()
+{
+    QMetaObject::invokeMethod(
+        qApp, [] { onceUp(shownWindow()); }, Qt::QueuedConnection);
+}
+
+// Starts the program, lets the user act, and returns its exit status.
+int runProgram(const std::function<void(ConfigWindow *)> &act)
+{
+    onceUp = act;
+    QByteArray name = QByteArrayLiteral("TessarineConfig");
+    char *arguments[] = {name.data(), nullptr};
+    return tessarineConfigMain(1, arguments);
+}
+
+} // namespace
+
+class StartTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { qAddPreRoutine(waitForTheWindow); }
+
+    void programHasItsIdentity()
+    {
+        QStringList identity;
+        QIcon icon;
+        runProgram([&](ConfigWindow *window) {
+            identity = QStringList{QCoreApplication::applicationName(),
+                                   QCoreApplication::applicationVersion(),
+                                   QCoreApplication::organizationName()};
+            icon = QApplication::windowIcon();
+            QVERIFY(!icon.availableSizes().isEmpty());
+            window->close();
+        });
+        QCOMPARE(identity, QStringList({QStringLiteral("TessarineConfig"), QStringLiteral("1.0.0"),
+                                        QStringLiteral("Tessarine")}));
+    }
+
+    void windowComesUpAndBearsTheProgramsIcon()
+    {
+        bool wasUp = false;
+        runProgram([&wasUp](ConfigWindow *window) {
+            wasUp = window->isVisible();
+            QCOMPARE(window->windowIcon().cacheKey(), QApplication::windowIcon().cacheKey());
+            QCOMPARE(window->versionLabel->text(), QStringLiteral("Versão 1.0.0"));
+            window->close();
+        });
+        QVERIFY(wasUp);
+    }
+
+    void noStyleSheetOrTranslationIsSetOnTheProgram()
+    {
+        QString styleSheet = QStringLiteral("unknown");
+        runProgram([&styleSheet](ConfigWindow *window) {
+            styleSheet = qApp->styleSheet();
+            window->close();
+        });
+        QVERIFY(styleSheet.isEmpty());
+    }
+
+    void closingTheWindowEndsTheProgramWithoutAQuestion_data()
+    {
+        using Act = std::function<void(ConfigWindow *)>;
+        QTest::addColumn<Act>("close");
+        QTest::newRow("close button") << Act([](ConfigWindow *window) {
+            QCloseEvent event;
+            QCoreApplication::sendEvent(window->windowHandle(), &event);
+        });
+        QTest::newRow("Sair") << Act([](ConfigWindow *window) { window->exitAction->trigger(); });
+    }
+    void closingTheWindowEndsTheProgramWithoutAQuestion()
+    {
+        using Act = std::function<void(ConfigWindow *)>;
+        QFETCH(Act, close);
+        qsizetype boxes = -1;
+        const int status = runProgram([&](ConfigWindow *window) {
+            const MessageBoxUser user;
+            close(window);
+            boxes = user.boxes.size();
+        });
+        QCOMPARE(status, 0);
+        QCOMPARE(boxes, 0);
+    }
+
+    void exitStatusIsThatOfTheEventLoop()
+    {
+        QCOMPARE(runProgram([](ConfigWindow *) { QCoreApplication::exit(7); }), 7);
+    }
+
+    void windowIsGoneWhenTheProgramEnds()
+    {
+        QPointer<ConfigWindow> shown;
+        runProgram([&shown](ConfigWindow *window) {
+            shown = window;
+            window->close();
+        });
+        QVERIFY(shown.isNull());
+    }
+};
+
+QTEST_APPLESS_MAIN(StartTest)
+
+#include "start_test.moc"

@@ -3,6 +3,6 @@
 namespace Tessarine::Platform
 {
 
-DeviceManager::~DeviceManager() {}
+DeviceManager::~DeviceManager() = default;
 
 } // namespace Tessarine::Platform

@@ -13,7 +13,7 @@ struct UsbDevice {
     QString devicePath;    // device node, such as /dev/sdb1
     QString label;         // name shown to the user
     QString mountPoint;    // directory where the volume can be reached; empty when none is known
-    QString fileSystem;    // type, such as "vfat"; empty when the volume isn't mounted
+    QString fileSystem;    // type, such as "vfat"; empty when no mount tells it
     bool removable = true; // the kernel's removable flag of the device or its disk
     bool mounted = true;   // mountPoint can be used
 };

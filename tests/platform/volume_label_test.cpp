@@ -3,6 +3,8 @@
 
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace Tessarine::Platform::Linux;
 using TestSupport::Machine;
 
@@ -55,6 +57,14 @@ private Q_SLOTS:
         Machine machine;
         machine.addLabel("PEN", "../../sdb1");
         QCOMPARE(blockLabelMap(), LabelMap());
+    }
+
+    void deviceNodeInPlaceOfALinkIsItsOwnDevice()
+    {
+        Machine machine;
+        machine.addDirectory("/dev/disk/by-label");
+        QVERIFY(mknod("/dev/disk/by-label/PEN", S_IFBLK | 0600, 0) == 0);
+        QCOMPARE(blockLabelMap(), (LabelMap{{"PEN", "PEN"}}));
     }
 
     void linkOutOfDevIsPassedOver()

@@ -16,6 +16,7 @@ namespace
 struct Calls {
     int initialisations = 0;
     int encryptions = 0;
+    int decryptions = 0;
     int codes = 0;
     int derivations = 0;
     unsigned long long keyLength = 0;
@@ -40,6 +41,16 @@ int crypto_aead_xchacha20poly1305_ietf_encrypt(unsigned char *, unsigned long lo
                                                const unsigned char *)
 {
     ++calls.encryptions;
+    return -1;
+}
+
+int crypto_aead_xchacha20poly1305_ietf_decrypt(unsigned char *, unsigned long long *,
+                                               unsigned char *, const unsigned char *,
+                                               unsigned long long, const unsigned char *,
+                                               unsigned long long, const unsigned char *,
+                                               const unsigned char *)
+{
+    ++calls.decryptions;
     return -1;
 }
 
@@ -115,10 +126,18 @@ private Q_SLOTS:
     void wrongSizesDoNotReachLibsodium()
     {
         const CryptoManager manager;
-        QVERIFY(manager.encrypt("text", QByteArray(31, 'k'), QByteArray(24, 'n'), {}).isNull());
-        QVERIFY(manager.encrypt("text", QByteArray(32, 'k'), QByteArray(23, 'n'), {}).isNull());
-        QVERIFY(manager.hmacSha256("text", QByteArray(31, 'k')).isNull());
-        QCOMPARE(calls.encryptions + calls.codes, 0);
+        const QByteArray key(32, 'k');
+        const QByteArray nonce(24, 'n');
+        const QByteArray shortKey(31, 'k');
+        const QByteArray shortNonce(23, 'n');
+        const QByteArray tag(16, 't');
+        QVERIFY(manager.encrypt("text", shortKey, nonce, {}).isNull());
+        QVERIFY(manager.encrypt("text", key, shortNonce, {}).isNull());
+        QVERIFY(manager.decrypt(tag, shortKey, nonce, {}).isNull());
+        QVERIFY(manager.decrypt(tag, key, shortNonce, {}).isNull());
+        QVERIFY(manager.decrypt(tag.left(15), key, nonce, {}).isNull());
+        QVERIFY(manager.hmacSha256("text", shortKey).isNull());
+        QCOMPARE(calls.encryptions + calls.decryptions + calls.codes, 0);
     }
 
     void resultOfTheMessageCodeIsNotTested()
@@ -136,6 +155,16 @@ private Q_SLOTS:
         QCOMPARE(calls.operations, 3ULL);
         QCOMPARE(calls.memory, size_t(268435456));
         QCOMPARE(calls.algorithm, 2);
+    }
+
+    void wrongParametersDoNotReachLibsodium()
+    {
+        const QString argon2id = QStringLiteral("Argon2id");
+        const CryptoManager manager;
+        QVERIFY(manager.deriveKey("", {argon2id, QByteArray(16, 's'), 1, 32}).isNull());
+        QVERIFY(manager.deriveKey("password", {argon2id, "", 1, 32}).isNull());
+        QVERIFY(manager.deriveKey("password", {argon2id, QByteArray(16, 's'), 1, 0}).isNull());
+        QCOMPARE(calls.derivations, 0);
     }
 
     void pbkdf2DoesNotCallLibsodium()

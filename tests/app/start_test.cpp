@@ -2,14 +2,21 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
+#include "tests/support/Drive.h"
+#include "tests/support/FakeDeviceManager.h"
 #include "tests/support/MessageBoxUser.h"
+#include "tests/support/ProgressWatch.h"
 
 #include <QTest>
 
 namespace
 {
 
+using TestSupport::Drive;
+using TestSupport::FakeDeviceManager;
 using TestSupport::MessageBoxUser;
+using TestSupport::mountedVolume;
+using TestSupport::ProgressWatch;
 
 // What the user does once the program is up.
 std::function<void(ConfigWindow *)> onceUp;
@@ -114,6 +121,27 @@ private Q_SLOTS:
     void exitStatusIsThatOfTheEventLoop()
     {
         QCOMPARE(runProgram([](ConfigWindow *) { QCoreApplication::exit(7); }), 7);
+    }
+
+    void sairDuringARunEndsTheProgramOnceTheRunIsOver()
+    {
+        const Drive drive;
+        const Drive bundles;
+        bundles.write(QStringLiteral("qt.conf"), "[Paths]");
+        const int status = runProgram([&](ConfigWindow *window) {
+            window->linuxSource = {bundles.write(QStringLiteral("Tessarine"), "program"),
+                                   bundles.path(), false};
+            window->deviceManager = std::make_unique<FakeDeviceManager>(
+                QList<UsbDevice>{mountedVolume(QStringLiteral("PEN"), drive.path())});
+            window->refreshDevices();
+            MessageBoxUser user;
+            user.willPress(QStringLiteral("Sim"));
+            ProgressWatch progress;
+            progress.whileItStands = [window](QProgressDialog *) { window->exitAction->trigger(); };
+            window->prepareButton->click();
+        });
+        QCOMPARE(status, 0);
+        QVERIFY(drive.exists(QStringLiteral("Tessarine/update-state.json")));
     }
 
     void windowIsGoneWhenTheProgramEnds()

@@ -107,7 +107,7 @@ public:
     // "file: contents" (size and SHA-256 of contents of more than 80 bytes).
     QStringList tree(const QString &below = {}) const
     {
-        return listing(below, [this](const QFileInfo &file) {
+        return listing(below, [](const QFileInfo &file) {
             return QStringLiteral(": ") + describe(file.absoluteFilePath());
         });
     }

@@ -3,11 +3,12 @@
 #include "tests/support/Drive.h"
 #include "tests/support/TestMain.h"
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QTest>
+#include <QThread>
 #include <QTimer>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 using Tessarine::Deployment::PortableBundleManager;
@@ -19,6 +20,34 @@ namespace
 {
 
 constexpr qint64 mebibyte = 1'048'576;
+
+// An event loop that does nothing but note which events it is asked to deliver.
+class RecordingDispatcher : public QAbstractEventDispatcher
+{
+public:
+    explicit RecordingDispatcher(QList<QEventLoop::ProcessEventsFlags> *turns)
+        : m_turns(turns)
+    {
+    }
+
+    bool processEvents(QEventLoop::ProcessEventsFlags flags) override
+    {
+        m_turns->append(flags);
+        return false;
+    }
+    void registerSocketNotifier(QSocketNotifier *) override {}
+    void unregisterSocketNotifier(QSocketNotifier *) override {}
+    void registerTimer(int, qint64, Qt::TimerType, QObject *) override {}
+    bool unregisterTimer(int) override { return false; }
+    bool unregisterTimers(QObject *) override { return false; }
+    QList<TimerInfo> registeredTimers(QObject *) const override { return {}; }
+    int remainingTime(int) override { return -1; }
+    void wakeUp() override {}
+    void interrupt() override {}
+
+private:
+    QList<QEventLoop::ProcessEventsFlags> *m_turns;
+};
 
 } // namespace
 
@@ -358,11 +387,19 @@ private Q_SLOTS:
         QVERIFY(drive.read("target") == QByteArray(mebibyte, 's'));
     }
 
+    void aDriveThatFillsUpInTheMiddleKeepsTheOldFile_data()
+    {
+        QTest::addColumn<qint64>("size");
+        QTest::newRow("chunks before the last") << 4 * mebibyte;
+        QTest::newRow("the middle of the last chunk") << 2 * mebibyte;
+    }
+
     void aDriveThatFillsUpInTheMiddleKeepsTheOldFile()
     {
+        QFETCH(qint64, size);
         const Drive host;
         const Drive drive = Drive::tmpfs(2 * mebibyte);
-        const QString source = host.writeSparse("source", 3 * mebibyte);
+        const QString source = host.writeSparse("source", size);
         drive.write("target%1", "kept");
         QVERIFY(!m_manager.copyFileReplacing(source, drive.path("target%1"), &m_result));
         QCOMPARE(m_result.message, "Nao foi possivel gravar o arquivo: " + drive.path("target%1"));
@@ -442,6 +479,21 @@ private Q_SLOTS:
         timer.start(0);
         QVERIFY(m_manager.copyFileReplacing(source, drive.path("target"), &m_result));
         QCOMPARE(turns, 5);
+    }
+
+    // Else a second command could start in the middle of a copy.
+    void userInputWaitsUntilTheCopyIsDone()
+    {
+        const Drive drive;
+        const QString source = drive.writeSparse("source", mebibyte + 1);
+        QList<QEventLoop::ProcessEventsFlags> turns;
+        const std::unique_ptr<QThread> thread(QThread::create(
+            [&] { m_manager.copyFileReplacing(source, drive.path("target"), &m_result); }));
+        thread->setEventDispatcher(new RecordingDispatcher(&turns));
+        thread->start();
+        QVERIFY(thread->wait());
+        const QEventLoop::ProcessEventsFlags noInput = QEventLoop::ExcludeUserInputEvents;
+        QCOMPARE(turns, (QList{noInput, noInput}));
     }
 
     // copyExecutable

@@ -26,7 +26,11 @@ def pixels(rectangle):
 def is_painted(window):
     """Whether the screen shows more in the window's place than an area of one colour or two."""
     window_id(window)
-    shown = pixels(window.rectangle)
+    return is_painted_at(window.rectangle)
+
+
+def is_painted_at(rectangle):
+    shown = pixels(rectangle)
     return len({shown[at:at + 3] for at in range(0, len(shown), 3)}) > 16
 
 
@@ -36,14 +40,31 @@ def window_id(window):
 
 
 def window_id_now(window):
-    found = subprocess.run(['xdotool', 'search', '--onlyvisible', '--pid', str(window.process_id)],
-                           check=False, stdout=subprocess.PIPE, text=True)
-    for number in found.stdout.split():
-        geometry = output_of('xdotool', 'getwindowgeometry', '--shell', number)
-        size = tuple(int(value) for value in re.findall(r'(?:WIDTH|HEIGHT)=(\d+)', geometry))
-        if size == window.rectangle[2:]:
+    for number in visible_windows(window.process_id):
+        if rectangle_of(number)[2:] == window.rectangle[2:]:
             return number
     return None
+
+
+def window_titled(title, process_id):
+    """The number of that window of a program, or None. Works while the program stands still."""
+    for number in visible_windows(process_id):
+        if output_of('xdotool', 'getwindowname', number).strip() == title:
+            return number
+    return None
+
+
+def visible_windows(process_id):
+    found = subprocess.run(['xdotool', 'search', '--onlyvisible', '--pid', str(process_id)],
+                           check=False, stdout=subprocess.PIPE, text=True)
+    return found.stdout.split()
+
+
+def rectangle_of(window_number):
+    """Left, top, width and height, as the X server tells them."""
+    geometry = output_of('xdotool', 'getwindowgeometry', '--shell', window_number)
+    return tuple(int(re.search(rf'^{name}=(-?\d+)$', geometry, re.MULTILINE)[1])
+                 for name in ('X', 'Y', 'WIDTH', 'HEIGHT'))
 
 
 def move(window, left, top):

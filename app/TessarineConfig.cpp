@@ -228,13 +228,15 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
         *error = QStringLiteral("Não foi possível criar a pasta de estado da atualização.");
         return false;
     }
-    const QJsonDocument document(updateState(version, packageHash));
+    const QByteArray json =
+        QJsonDocument(updateState(version, packageHash)).toJson(QJsonDocument::Indented);
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         *error = QStringLiteral("Não foi possível abrir o arquivo de estado: %1").arg(path);
         return false;
     }
-    file.write(document.toJson(QJsonDocument::Indented));
+    if (file.write(json) != json.size())
+        file.cancelWriting();
     if (!commitFlushed(&file)) {
         *error = QStringLiteral("Não foi possível salvar o arquivo de estado: %1").arg(path);
         return false;

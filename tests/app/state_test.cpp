@@ -211,6 +211,17 @@ private Q_SLOTS:
         QCOMPARE(drive.read(stateFile), QByteArray("old state"));
     }
 
+    void stateThatIsWrittenPastTheBufferAndDoesNotFitKeepsTheOldOne()
+    {
+        const Drive drive = Drive::tmpfs(1 << 20);
+        drive.write(stateFile, "old state");
+        drive.fill(8192);
+        const Written written = writeTo(drive, QString(40000, u'1'));
+        QVERIFY(!written.committed);
+        QCOMPARE(written.error, savingFailed(drive));
+        QCOMPARE(drive.read(stateFile), QByteArray("old state"));
+    }
+
     void errorTextIsLeftAloneOnSuccess()
     {
         const Drive drive;

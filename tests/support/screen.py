@@ -1,5 +1,6 @@
 """What a person in front of the screen sees, and does with keyboard and mouse."""
 
+import collections
 import re
 import subprocess
 
@@ -18,20 +19,29 @@ def picture_of(window_number, file):
 def pixels(rectangle):
     """What the screen shows there: three bytes for each pixel."""
     left, top, width, height = rectangle
-    return subprocess.run(
-        ['import', '-window', 'root', '-crop', f'{width}x{height}+{left}+{top}', '-depth', '8', 'rgb:-'],
-        check=True, stdout=subprocess.PIPE).stdout
+    return raw_pixels('-window', 'root', '-crop', f'{width}x{height}+{left}+{top}')
+
+
+def raw_pixels(*what):
+    return subprocess.run(['import', *what, '-depth', '8', 'rgb:-'],
+                          check=True, stdout=subprocess.PIPE).stdout
 
 
 def is_painted(window):
     """Whether the screen shows more in the window's place than an area of one colour or two."""
     window_id(window)
-    return is_painted_at(window.rectangle)
+    return len(colours(pixels(window.rectangle))) > 16
 
 
-def is_painted_at(rectangle):
-    shown = pixels(rectangle)
-    return len({shown[at:at + 3] for at in range(0, len(shown), 3)}) > 16
+def is_dialog_painted(window_number):
+    """Whether the screen shows a dialog there, with its plain ground, and not still what it covers."""
+    shown = colours(raw_pixels('-screen', '-window', window_number))
+    return len(shown) > 16 and max(shown.values()) > shown.total() / 3
+
+
+def colours(shown):
+    """How many pixels have which colour."""
+    return collections.Counter(shown[at:at + 3] for at in range(0, len(shown), 3))
 
 
 def window_id(window):
@@ -41,7 +51,9 @@ def window_id(window):
 
 def window_id_now(window):
     for number in visible_windows(window.process_id):
-        if rectangle_of(number)[2:] == window.rectangle[2:]:
+        geometry = output_of('xdotool', 'getwindowgeometry', '--shell', number)
+        size = tuple(int(value) for value in re.findall(r'(?:WIDTH|HEIGHT)=(\d+)', geometry))
+        if size == window.rectangle[2:]:
             return number
     return None
 
@@ -58,13 +70,6 @@ def visible_windows(process_id):
     found = subprocess.run(['xdotool', 'search', '--onlyvisible', '--pid', str(process_id)],
                            check=False, stdout=subprocess.PIPE, text=True)
     return found.stdout.split()
-
-
-def rectangle_of(window_number):
-    """Left, top, width and height, as the X server tells them."""
-    geometry = output_of('xdotool', 'getwindowgeometry', '--shell', window_number)
-    return tuple(int(re.search(rf'^{name}=(-?\d+)$', geometry, re.MULTILINE)[1])
-                 for name in ('X', 'Y', 'WIDTH', 'HEIGHT'))
 
 
 def move(window, left, top):

@@ -152,4 +152,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, WindowsRuntimeTest)
-#include "WindowsRuntimeTest.moc"
+#include "windows_runtime_test.moc"

@@ -831,4 +831,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, CopyTest)
-#include "CopyTest.moc"
+#include "copy_test.moc"

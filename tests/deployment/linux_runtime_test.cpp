@@ -603,4 +603,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, LinuxRuntimeTest)
-#include "LinuxRuntimeTest.moc"
+#include "linux_runtime_test.moc"

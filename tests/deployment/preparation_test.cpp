@@ -816,4 +816,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, PreparationTest)
-#include "PreparationTest.moc"
+#include "preparation_test.moc"

@@ -422,4 +422,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, SizeTest)
-#include "SizeTest.moc"
+#include "size_test.moc"

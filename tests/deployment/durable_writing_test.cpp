@@ -115,4 +115,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, DurableWritingTest)
-#include "DurableWritingTest.moc"
+#include "durable_writing_test.moc"

@@ -55,4 +55,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, CopyMemoryTest)
-#include "CopyMemoryTest.moc"
+#include "copy_memory_test.moc"

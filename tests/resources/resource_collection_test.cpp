@@ -223,4 +223,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(ResourceCollectionTest)
-#include "ResourceCollectionTest.moc"
+#include "resource_collection_test.moc"

@@ -42,4 +42,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, CommandTimeLimitTest)
-#include "CommandTimeLimitTest.moc"
+#include "command_time_limit_test.moc"

@@ -344,4 +344,4 @@ private Q_SLOTS:
 };
 
 TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, LauncherTest)
-#include "LauncherTest.moc"
+#include "launcher_test.moc"

@@ -5,6 +5,7 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
+#include "tests/support/BindMount.h"
 #include "tests/support/Drive.h"
 #include "tests/support/FakeDeviceManager.h"
 #include "tests/support/MessageBoxUser.h"
@@ -16,6 +17,7 @@
 
 #include <QTest>
 
+using TestSupport::BindMount;
 using TestSupport::completePackage;
 using TestSupport::Drive;
 using TestSupport::FakeDeviceManager;
@@ -218,6 +220,22 @@ class UpdateTest : public QObject
     QJsonObject state() const
     {
         return QJsonDocument::fromJson(read(QStringLiteral("update-state.json"))).object();
+    }
+
+    // A directory that another file system is mounted on can't be renamed.
+    void compareFailedSwap(const QString &platform)
+    {
+        const Drive other;
+        other.write(QStringLiteral("a"), "1.0.0");
+        const QString target = drive->path(QStringLiteral("Tessarine/") + platform);
+        const BindMount mount(other.path(), target);
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        const QString text = QStringLiteral("Não foi possível criar backup de: %1").arg(target);
+        compareWarning(text);
+        QCOMPARE(newLogLines(),
+                 QStringList{QStringLiteral("Falha ao aplicar atualização: ") + text});
+        QCOMPARE(drive->tree(), before);
     }
 
 private Q_SLOTS:
@@ -734,44 +752,9 @@ private Q_SLOTS:
 
     // ---- replacement
 
-    void failedWindowsSwapLeavesBothOldBundles()
-    {
-        const Drive other = Drive::tmpfs(1 << 20);
-        other.write(QStringLiteral("Tessarine.exe"), "1.0.0");
-        const QByteArray target =
-            QFile::encodeName(drive->path(QStringLiteral("Tessarine/windows")));
-        QCOMPARE(mount(QFile::encodeName(other.path()).constData(), target.constData(), nullptr,
-                       MS_BIND, nullptr),
-                 0);
-        const QStringList before = drive->tree();
-        agreeToUpdate();
-        const QString text = QStringLiteral("Não foi possível criar backup de: %1")
-                                 .arg(drive->path(QStringLiteral("Tessarine/windows")));
-        compareWarning(text);
-        QCOMPARE(newLogLines(),
-                 QStringList{QStringLiteral("Falha ao aplicar atualização: ") + text});
-        QCOMPARE(drive->tree(), before);
-        umount2(target.constData(), MNT_DETACH);
-    }
+    void failedWindowsSwapLeavesBothOldBundles() { compareFailedSwap(QStringLiteral("windows")); }
 
-    void failedLinuxSwapBringsTheWindowsBundleBack()
-    {
-        const Drive other = Drive::tmpfs(1 << 20);
-        other.write(QStringLiteral("Tessarine"), "1.0.0");
-        const QByteArray target = QFile::encodeName(drive->path(QStringLiteral("Tessarine/linux")));
-        QCOMPARE(mount(QFile::encodeName(other.path()).constData(), target.constData(), nullptr,
-                       MS_BIND, nullptr),
-                 0);
-        const QStringList before = drive->tree();
-        agreeToUpdate();
-        const QString text = QStringLiteral("Não foi possível criar backup de: %1")
-                                 .arg(drive->path(QStringLiteral("Tessarine/linux")));
-        compareWarning(text);
-        QCOMPARE(newLogLines(),
-                 QStringList{QStringLiteral("Falha ao aplicar atualização: ") + text});
-        QCOMPARE(drive->tree(), before);
-        umount2(target.constData(), MNT_DETACH);
-    }
+    void failedLinuxSwapBringsTheWindowsBundleBack() { compareFailedSwap(QStringLiteral("linux")); }
 
     void failedStateFileKeepsNewBundlesAndBothBackups()
     {

@@ -436,9 +436,11 @@ bool validateExtractedPackage(const QString &extractedPath, QString *error)
 // True if nothing is left at the path. error may be null.
 bool removeDirectory(const QString &path, QString *error)
 {
-    if (!QFileInfo::exists(path))
+    const QFileInfo info(path);
+    if (!info.exists())
         return true;
-    const bool removed = QDir(path).removeRecursively();
+    // What a link leads to is not ours to empty.
+    const bool removed = info.isSymLink() ? QFile::remove(path) : QDir(path).removeRecursively();
     if (!removed && error != nullptr)
         *error = QStringLiteral("Não foi possível remover: %1").arg(path);
     return removed;
@@ -1079,8 +1081,8 @@ void ConfigWindow::prepareSelectedDevice()
             dialog->setLabelText(text);
             QCoreApplication::processEvents();
         });
-    // The last report has closed the dialog already: a value would bring it up once more.
-    if (progress.isVisible())
+    // A success has closed the dialog with its last report: a value would bring it up once more.
+    if (!result.success)
         progress.setValue(progress.maximum());
     reportPreparation(device, result);
 }

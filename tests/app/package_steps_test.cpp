@@ -457,6 +457,15 @@ private Q_SLOTS:
         QCOMPARE(contentOf(path(QStringLiteral("folder/document"))), QByteArray("precious"));
     }
 
+    void linkInTheDirectorysPlaceIsRemovedAndNotFollowed()
+    {
+        writeFile(path(QStringLiteral("folder/document")), "precious");
+        QFile::link(path(QStringLiteral("folder")), path(QStringLiteral("link")));
+        QVERIFY(removeDirectory(path(QStringLiteral("link")), &error));
+        QCOMPARE(names(), QStringList{QStringLiteral("folder")});
+        QCOMPARE(contentOf(path(QStringLiteral("folder/document"))), QByteArray("precious"));
+    }
+
     void failedRemovalNamesThePathAndLeavesWhatItCouldNotDelete()
     {
         mountTmpfs(QStringLiteral("tree/mounted"), "size=1m");

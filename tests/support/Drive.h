@@ -56,7 +56,8 @@ public:
     // Path of a file on the drive, or of the drive's root.
     QString path(const QString &name = {}) const
     {
-        const QString root = m_directory.path() + (m_isMounted ? QStringLiteral("/drive") : u""_qs);
+        const QString root =
+            m_directory.path() + (m_isMounted ? QStringLiteral("/drive") : QString());
         return name.isEmpty() ? root : root + u'/' + name;
     }
 

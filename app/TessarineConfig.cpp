@@ -57,6 +57,7 @@ using Tessarine::Deployment::commitFlushed;
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleOptions;
 using Tessarine::Deployment::PortableBundleResult;
+using Tessarine::Deployment::PreparationProgress;
 using Tessarine::Deployment::syncFileSystem;
 using Tessarine::Platform::DeviceManager;
 using Tessarine::Platform::UsbDevice;
@@ -723,6 +724,48 @@ QLabel *ConfigAboutDialog::createNoticeLabel()
 
 // ---------------------------------------------------------------- main window
 
+QLabel *createMarketingLabel(QWidget *parent)
+{
+    auto *label = new QLabel(
+        QStringLiteral("Suas informações merecem proteção.\n"
+                       "O Tessarine - Gerenciador prepara sua unidade USB para armazenar e "
+                       "acessar arquivos\n"
+                       "com segurança, em um ambiente portátil e pronto para uso."),
+        parent);
+    label->setObjectName(QStringLiteral("marketingLabel"));
+    label->setMaximumWidth(560);
+    label->setWordWrap(true);
+    return label;
+}
+
+QLabel *createSubtitleLabel(QWidget *parent)
+{
+    auto *label = new QLabel(
+        QStringLiteral("Preparador de unidade USB para o ambiente portátil Tessarine."), parent);
+    label->setObjectName(QStringLiteral("subtitleLabel"));
+    label->setWordWrap(true);
+    return label;
+}
+
+QString panelStyleSheet()
+{
+    return QStringLiteral(
+        "QFrame#contentPanel {  background-color: rgba(10, 16, 28, 0);  border: 1px solid "
+        "rgba(255, 255, 255, 92);  border-radius: 8px;}"
+        "QFrame#contentPanel QLabel {  color: #ffffff;}"
+        "QFrame#contentPanel QLabel#marketingLabel {  font-size: 12px;}"
+        "QFrame#contentPanel QLabel#subtitleLabel {  font-size: 12px;}"
+        "QFrame#contentPanel QTextEdit {  background-color: rgba(255, 255, 255, 205);  color: "
+        "#111827;  border: 1px solid rgba(31, 41, 55, 70);  border-radius: 4px;}"
+        "QFrame#contentPanel QTextEdit {  padding: 8px;}"
+        "QFrame#contentPanel QPushButton {  background-color: rgba(255, 255, 255, 255);  color: "
+        "#111827;  border: 1px solid rgba(31, 41, 55, 85);  border-radius: 4px;  font-size: "
+        "12px;  padding: 6px 12px;}"
+        "QFrame#contentPanel QPushButton:hover {  background-color: rgba(245, 248, 252, 255);}"
+        "QFrame#contentPanel QPushButton:pressed {  background-color: rgba(229, 236, 246, "
+        "255);}");
+}
+
 // The program's one window. Its members are open to this file, which is all that sees the class.
 class ConfigWindow final : public QMainWindow
 {
@@ -759,6 +802,7 @@ private:
     void createActions();
     void createMenus();
     QWidget *createBackdrop();
+    void createContent(QWidget *backdrop);
     void createControls(QWidget *backdrop);
     QFormLayout *createForm(int verticalSpacing) const;
     QVBoxLayout *createPanelLayout(QLabel *marketingLabel, QLabel *subtitleLabel) const;
@@ -792,7 +836,7 @@ ConfigWindow::ConfigWindow()
     createActions();
     createMenus();
     QWidget *backdrop = createBackdrop();
-    createControls(backdrop);
+    createContent(backdrop);
 
     versionLabel =
         createStatusLabel(QStringLiteral("Versão %1").arg(QCoreApplication::applicationVersion()));
@@ -840,22 +884,24 @@ QWidget *ConfigWindow::createBackdrop()
     return backdrop;
 }
 
+void ConfigWindow::createContent(QWidget *backdrop)
+{
+    QLabel *marketingLabel = createMarketingLabel(backdrop);
+    QLabel *subtitleLabel = createSubtitleLabel(backdrop);
+    createControls(backdrop);
+
+    auto *panel = new QFrame(backdrop);
+    panel->setObjectName(QStringLiteral("contentPanel"));
+    panel->setLayout(createPanelLayout(marketingLabel, subtitleLabel));
+    panel->setStyleSheet(panelStyleSheet());
+
+    auto *backdropLayout = new QVBoxLayout(backdrop);
+    backdropLayout->setContentsMargins(22, 22, 22, 22);
+    backdropLayout->addWidget(panel);
+}
+
 void ConfigWindow::createControls(QWidget *backdrop)
 {
-    auto *marketingLabel = new QLabel(
-        QStringLiteral("Suas informações merecem proteção.\n"
-                       "O Tessarine - Gerenciador prepara sua unidade USB para armazenar e "
-                       "acessar arquivos\n"
-                       "com segurança, em um ambiente portátil e pronto para uso."),
-        backdrop);
-    marketingLabel->setObjectName(QStringLiteral("marketingLabel"));
-    marketingLabel->setMaximumWidth(560);
-    marketingLabel->setWordWrap(true);
-    auto *subtitleLabel = new QLabel(
-        QStringLiteral("Preparador de unidade USB para o ambiente portátil Tessarine."), backdrop);
-    subtitleLabel->setObjectName(QStringLiteral("subtitleLabel"));
-    subtitleLabel->setWordWrap(true);
-
     deviceCombo = new QComboBox(backdrop);
     deviceCombo->setFixedWidth(340);
     deviceCombo->setEditable(false);
@@ -870,29 +916,6 @@ void ConfigWindow::createControls(QWidget *backdrop)
     logView->setReadOnly(true);
     logView->setFixedHeight(100);
     logView->setAccessibleName(QStringLiteral("Mensagens"));
-
-    auto *panel = new QFrame(backdrop);
-    panel->setObjectName(QStringLiteral("contentPanel"));
-    panel->setLayout(createPanelLayout(marketingLabel, subtitleLabel));
-    panel->setStyleSheet(QStringLiteral(
-        "QFrame#contentPanel {  background-color: rgba(10, 16, 28, 0);  border: 1px solid "
-        "rgba(255, 255, 255, 92);  border-radius: 8px;}"
-        "QFrame#contentPanel QLabel {  color: #ffffff;}"
-        "QFrame#contentPanel QLabel#marketingLabel {  font-size: 12px;}"
-        "QFrame#contentPanel QLabel#subtitleLabel {  font-size: 12px;}"
-        "QFrame#contentPanel QTextEdit {  background-color: rgba(255, 255, 255, 205);  color: "
-        "#111827;  border: 1px solid rgba(31, 41, 55, 70);  border-radius: 4px;}"
-        "QFrame#contentPanel QTextEdit {  padding: 8px;}"
-        "QFrame#contentPanel QPushButton {  background-color: rgba(255, 255, 255, 255);  color: "
-        "#111827;  border: 1px solid rgba(31, 41, 55, 85);  border-radius: 4px;  font-size: "
-        "12px;  padding: 6px 12px;}"
-        "QFrame#contentPanel QPushButton:hover {  background-color: rgba(245, 248, 252, 255);}"
-        "QFrame#contentPanel QPushButton:pressed {  background-color: rgba(229, 236, 246, "
-        "255);}"));
-
-    auto *backdropLayout = new QVBoxLayout(backdrop);
-    backdropLayout->setContentsMargins(22, 22, 22, 22);
-    backdropLayout->addWidget(panel);
 }
 
 QFormLayout *ConfigWindow::createForm(int verticalSpacing) const
@@ -1073,14 +1096,15 @@ void ConfigWindow::prepareSelectedDevice()
         return;
 
     CommandProgressDialog progress(QStringLiteral("Preparando unidade USB..."), 7, this);
-    const PortableBundleResult result = bundleManager.preparePortableBundle(
-        device.mountPoint, bundleOptions(),
-        [dialog = &progress](int step, int stepCount, const QString &text) {
-            dialog->setMaximum(stepCount);
-            dialog->setValue(step);
-            dialog->setLabelText(text);
-            QCoreApplication::processEvents();
-        });
+    const PreparationProgress showStep = [dialog = &progress](int step, int stepCount,
+                                                              const QString &text) {
+        dialog->setMaximum(stepCount);
+        dialog->setValue(step);
+        dialog->setLabelText(text);
+        QCoreApplication::processEvents();
+    };
+    const PortableBundleResult result =
+        bundleManager.preparePortableBundle(device.mountPoint, bundleOptions(), showStep);
     // A success has closed the dialog with its last report: a value would bring it up once more.
     if (!result.success)
         progress.setValue(progress.maximum());

@@ -988,12 +988,12 @@ void ConfigWindow::connectSignals()
 }
 
 // A modal dialog keeps mouse and keyboard away from the window, but not a screen reader, which
-// presses a button directly, and not before it is shown or once it has closed. So a command inside
-// a command, which has a progress dialog as long as it runs, is refused here.
+// presses a button directly, and not before it is shown or once it has closed. So no command starts
+// inside one that runs, which has a progress dialog from its first step to the end of its report.
 void ConfigWindow::runCommand(void (ConfigWindow::*command)())
 {
     const bool isRunning = findChild<QProgressDialog *>(QString(), Qt::FindDirectChildrenOnly);
-    if (!isRunning && QApplication::activeModalWidget() == nullptr)
+    if (!isRunning)
         (this->*command)();
 }
 

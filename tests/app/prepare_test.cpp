@@ -258,6 +258,17 @@ private Q_SLOTS:
         QCOMPARE(desk.user.boxes.first().parent, &desk.window);
     }
 
+    void otherCommandsStillWorkBeforeTheQuestionIsAnswered()
+    {
+        Desk desk;
+        desk.user.willAnswer([&desk](QMessageBox *box) {
+            desk.window.refreshButton->click();
+            box->close();
+        });
+        desk.window.prepareButton->click();
+        QCOMPARE(desk.log(), QStringList{QStringLiteral("1 unidade(s) USB detectada(s).")});
+    }
+
     void aNoLeavesLogAndDriveAsTheyWere()
     {
         Desk desk;

@@ -24,24 +24,40 @@ def workspace():
         yield Path(directory)
 
 
-def build_package(sources, copy_function, umask, **environment):
-    ignored = shutil.ignore_patterns("build", ".git")
-    shutil.copytree(PROJECT, sources, ignore=ignored, copy_function=copy_function)
+def copy_of_the_project(directory, copy_function=shutil.copy2):
+    return Path(shutil.copytree(PROJECT, directory, ignore=shutil.ignore_patterns("build", ".git"),
+                                copy_function=copy_function))
+
+
+def build_package(sources, *options, umask=0o022, **environment):
+    """What packaging/build-package prints: at the end a line on the package, and where it lies."""
     inherited = {name: value for name, value in os.environ.items() if name != "SOURCE_DATE_EPOCH"}
-    lines = output(sources / "packaging/build-package", env=inherited | environment, umask=umask)
-    return Path(lines.splitlines()[-1])
+    return output(sources / "packaging/build-package", *options, env=inherited | environment,
+                  umask=umask).splitlines()
 
 
 @pytest.fixture(scope="session")
 def package(workspace):
-    return build_package(workspace / "sources", shutil.copy2, umask=0o022, TZ="UTC")
+    sources = copy_of_the_project(workspace / "sources")
+    return Path(build_package(sources, TZ="UTC")[-1])
 
 
 @pytest.fixture(scope="session")
-def package_built_elsewhere(workspace):
-    """Another directory, newer files, another umask, another time zone."""
-    sources = workspace / "elsewhere/a longer name"
-    return build_package(sources, shutil.copy, umask=0o077, TZ="America/Sao_Paulo")
+def customised(workspace):
+    """A package of another version and for another server: its content, and what was printed of it."""
+    sources = copy_of_the_project(workspace / "elsewhere/a longer name", shutil.copy)
+    printed = build_package(sources, "-DTESSARINE_VERSION=2.0.0",
+                            "-DTESSARINE_UPDATE_ENDPOINT=https://updates.example")
+    content = workspace / "customised"
+    output("dpkg-deb", "--extract", printed[-1], content)
+    return content, printed
+
+
+@pytest.fixture(scope="session")
+def package_built_elsewhere(customised):
+    """Another directory, newer files, another umask, another time zone, and after other options."""
+    sources = Path(customised[1][-1]).parents[2]
+    return Path(build_package(sources, umask=0o077, TZ="America/Sao_Paulo")[-1])
 
 
 @pytest.fixture(scope="session")

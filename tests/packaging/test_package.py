@@ -18,6 +18,19 @@ def test_two_builds_in_two_directories_are_equal(package, package_built_elsewher
     assert package.read_bytes() == package_built_elsewhere.read_bytes()
 
 
+def test_options_make_another_program_and_are_told(customised):
+    content, printed = customised
+    assert printed[-2] == "Version 2.0.0-1, update server https://updates.example"
+    program = (content / PROGRAM).read_bytes()
+    for text in "2.0.0", "https://updates.example/000Updates/":
+        assert text.encode("utf-16-le") in program
+
+
+def test_options_of_an_earlier_call_and_its_package_are_gone(package_built_elsewhere):
+    assert list(package_built_elsewhere.parent.glob("*.deb")) == [package_built_elsewhere]
+    assert package_built_elsewhere.name.startswith("tessarine-config_1.0.0-1_")
+
+
 def test_lintian_finds_neither_errors_nor_warnings(package):
     checked = subprocess.run(["lintian", "--allow-root", "--fail-on=error,warning", package],
                              capture_output=True, text=True)

@@ -11,6 +11,7 @@ from conftest import PROJECT, output
 DESKTOP_ENTRY = PROJECT / "packaging/tessarine-config.desktop"
 METAINFO = PROJECT / "packaging/example.velmora.TessarineConfig.metainfo.xml"
 MANUALS = sorted((PROJECT / "packaging/man").rglob("*.1"))
+WITHOUT_BUNDLES = "Compile pelo menos um bundle do Tessarine antes de preparar a unidade."
 
 
 def test_desktop_entry_is_valid():
@@ -43,6 +44,13 @@ def test_manual_has_no_warnings(manual):
         env=os.environ | {"LC_ALL": "C.UTF-8", "MANWIDTH": "80", "MANROFFSEQ": ""})
     assert (formatted.returncode, formatted.stderr) == (0, "")
     assert "/usr/lib/tessarine-config/bundles/linux-x64" in formatted.stdout
+
+
+@pytest.mark.parametrize("document", [
+    *MANUALS, PROJECT / "packaging/bundles/LEIA-ME.txt", PROJECT / "README.md",
+], ids=lambda document: f"{document.parent.name}/{document.name}")
+def test_message_of_a_program_without_bundles_is_explained(document):
+    assert WITHOUT_BUNDLES in document.read_text(encoding="utf-8")
 
 
 def test_there_is_an_english_and_a_portuguese_manual():

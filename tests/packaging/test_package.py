@@ -63,6 +63,18 @@ def test_bundle_directories_are_empty_since_their_content_goes_to_the_drives(con
         assert not any((content / "usr/lib/tessarine-config/bundles" / platform).iterdir())
 
 
+def test_purge_leaves_the_bundles_that_were_put_there_and_nothing_else(package, tmp_path):
+    status = tmp_path / "var/lib/dpkg/status"
+    status.parent.mkdir(parents=True)
+    status.touch()
+    dpkg = ["dpkg", f"--root={tmp_path}", "--force-depends"]
+    output(*dpkg, "--install", package, stderr=subprocess.DEVNULL)
+    bundle = tmp_path / "usr/lib/tessarine-config/bundles/linux-x64/Tessarine"
+    bundle.touch()
+    output(*dpkg, "--purge", "tessarine-config", stderr=subprocess.DEVNULL)
+    assert [path for path in (tmp_path / "usr").rglob("*") if path.is_file()] == [bundle]
+
+
 def test_depends_on_qt_with_its_plugins_and_on_the_commands_that_it_starts(package):
     wanted = [re.sub(r" \(.*\)", "", name) for name in field(package, "Depends").split(", ")]
     assert len(wanted) == len(set(wanted))

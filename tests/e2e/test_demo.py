@@ -11,6 +11,9 @@ PICTURES = ['01-window', '02-question', '03-progress', '04-result', '05-sample-a
 
 
 def test_demo_shows_what_it_claims():
+    old = ROOT / 'build' / 'demo' / '00-old.png'
+    old.parent.mkdir(exist_ok=True)
+    old.touch()
     environment = {key: value for key, value in os.environ.items() if key != 'DISPLAY'}
     demo = subprocess.run([ROOT / 'tools' / 'demo', os.environ['TESSARINE_BINARY_DIR']],
                           env=environment, stdout=subprocess.PIPE, text=True, check=False)

@@ -135,6 +135,14 @@ def test_program_without_a_display_says_what_to_do(checkout, display):
                   "let 'script/run --demo' show the program without one.")
 
 
+def test_suite_that_is_started_by_hand_without_a_display_names_what_gives_it_one(checkout):
+    suite = pathlib.Path(os.environ['TESSARINE_BINARY_DIR'], 'tests/app/about_test')
+    result = checkout.run('env', '--unset=QT_QPA_PLATFORM', suite)
+    assert (result.returncode, result.stdout) == (1, '')
+    assert result.stderr == ('This suite opens windows and there is no display: '
+                             f'start it with tests/support/with-display {suite}\n')
+
+
 def test_machine_that_lacks_nothing_is_passed_in_silence(checkout):
     result = checkout.run(DISPLAY, 'script/require', 'it', 'display', 'namespaces', 'root', 'loop', 'git')
     assert (result.returncode, result.stdout, result.stderr) == (0, '', '')

@@ -4,6 +4,7 @@ import pytest
 
 from manager import Manager
 from screen import click_close_button, press_key
+from window_driver import WAIT_LIMIT_S
 
 BUTTONS = ('Atualizar lista', 'Verificar atualizações', 'Preparar unidade USB')
 MENU_ITEMS = ('Atualizar lista', 'Preparar unidade USB', 'Sair', 'Verificar atualizações',
@@ -46,4 +47,4 @@ def test_every_control_is_found_by_its_name(manager):
 def test_closing_ends_the_program_with_status_0(manager, close):
     manager.wait_for(lambda: manager.main.has('active'), 'the window in front')
     close(manager)
-    assert manager.process.wait(timeout=30) == 0
+    assert manager.process.wait(timeout=WAIT_LIMIT_S) == 0

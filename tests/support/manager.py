@@ -4,7 +4,7 @@ import json
 import pathlib
 import shutil
 
-from window_driver import Application
+from window_driver import WAIT_LIMIT_S, Application
 
 TITLE = 'Tessarine - Gerenciador'
 PREPARED = 'USB preparado com estrutura portatil Tessarine.'
@@ -75,4 +75,4 @@ class Manager(Application):
     def close(self):
         """Leaves by the menu, and returns the exit status."""
         self.choose('Sair')
-        return self.process.wait(timeout=30)
+        return self.process.wait(timeout=WAIT_LIMIT_S)

@@ -24,9 +24,9 @@ STATES = {'active': 1, 'enabled': 8, 'showing': 25}
 
 LABELLED_BY = 2  # of the kinds of relations
 
-# A program answers between two steps of its work; the longest one it waits for is an `unzip`.
-ANSWER_LIMIT_MS = 60_000
-WAIT_LIMIT_S = 60
+# Only what hangs takes so long, however busy the machine is.
+ANSWER_LIMIT_MS = 300_000
+WAIT_LIMIT_S = 300
 
 
 class Timeout(AssertionError):

@@ -8,6 +8,7 @@
 #include "tests/support/BindMount.h"
 #include "tests/support/Drive.h"
 #include "tests/support/FakeDeviceManager.h"
+#include "tests/support/LiveMemory.h"
 #include "tests/support/MessageBoxUser.h"
 #include "tests/support/StubCommand.h"
 #include "tests/support/SyncWatch.h"
@@ -944,6 +945,20 @@ private Q_SLOTS:
         timer.start(10);
         agreeToUpdate();
         QVERIFY(before >= 0 && onlooker.windowPaints > before + 3);
+        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
+    }
+
+    // Twice by Qt's reply, whose pieces may take twice the room of what they hold; then once.
+    void aPackageIsHeldNoMoreThanTwiceInMemory()
+    {
+        constexpr qint64 size = 16 << 20;
+        publish(completePackage(QStringLiteral("1.1.0"))
+                    .noise(QStringLiteral("Tessarine/linux/lib/large"), size)
+                    .bytes());
+        const TestSupport::LiveMemoryWatch memory;
+        agreeToUpdate();
+        const qint64 growth = memory.growth();
+        QVERIFY2(growth > size && growth < size * 9 / 4, qPrintable(QString::number(growth)));
         QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
     }
 

@@ -1,6 +1,7 @@
 #include "deployment/PortableBundleManager.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Drive.h"
+#include "tests/support/LiveMemory.h"
 #include "tests/support/TestMain.h"
 
 #include <QAbstractEventDispatcher>
@@ -467,6 +468,17 @@ private Q_SLOTS:
         QCOMPARE(during, QByteArray("old"));
         QCOMPARE(drive.names(), (QStringList{"source", "target"}));
         QCOMPARE(QFileInfo(target).size(), 3 * mebibyte);
+    }
+
+    // A QByteArray may take twice the room of what it holds.
+    void aCopyHoldsNoMoreThanAChunk()
+    {
+        const Drive drive;
+        const QString source = drive.writeSparse("source", 32 * mebibyte);
+        const TestSupport::LiveMemoryWatch memory;
+        QVERIFY(m_manager.copyFileReplacing(source, drive.path("target"), &m_result));
+        const qint64 growth = memory.growth();
+        QVERIFY2(growth >= mebibyte && growth < 3 * mebibyte, qPrintable(QString::number(growth)));
     }
 
     void theEventLoopTurnsAfterEveryChunk()

@@ -1,13 +1,11 @@
 """The update of a prepared drive over HTTPS, by the program as it ships."""
 
 import hashlib
-import os
 import pathlib
 
 import pytest
 
 from manager import Manager, state_of
-from process_memory import Growth
 from screen import click_close_button, move, press_key
 from vendor import Vendor
 
@@ -80,19 +78,6 @@ def test_both_bundles_and_the_state_are_replaced_and_nothing_else(manager, vendo
     assert state_of(drive)['installedVersion'] == NEW
     assert state_of(drive)['lastPackageSha256'] == hashlib.sha256(package).hexdigest()
     assert manager.log[-1] == f'Unidade atualizada para Tessarine {NEW}.'
-
-
-def test_memory_grows_by_no_more_than_the_network_layer_needs(manager, vendor, drive, tmp_path):
-    """Qt's HTTPS buffers take about twice the package, and the package itself once."""
-    (tmp_path / 'new-linux' / 'lib' / 'large').write_bytes(os.urandom(64 << 20))
-    vendor.publish(tmp_path / 'new-windows', tmp_path / 'new-linux', '1.2.0', NOTES)
-    growth = Growth(manager.process)
-    manager.press('Verificar atualizações')
-    manager.answer(question(drive).replace(NEW, '1.2.0'), 'Sim')
-    manager.answer(DONE.replace(NEW, '1.2.0'), 'OK')
-    grown = growth.peak / (vendor.published / '1.2.0.zip').stat().st_size
-    print(f'Grown by {grown:.2f} times the package')
-    assert grown <= 3.75
 
 
 def test_declined_update_leaves_the_drive_as_it_was(manager, vendor, drive):

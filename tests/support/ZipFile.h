@@ -26,6 +26,12 @@ public:
         return add({{QStringLiteral("name"), name}, {QStringLiteral("zeros"), size}});
     }
 
+    // Bytes that can't be made smaller.
+    ZipFile &noise(const QString &name, qint64 size)
+    {
+        return add({{QStringLiteral("name"), name}, {QStringLiteral("noise"), size}});
+    }
+
     ZipFile &link(const QString &name, const QString &target)
     {
         return add({{QStringLiteral("name"), name}, {QStringLiteral("link"), target}});

@@ -43,6 +43,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QVersionNumber>
+#include <QWindow>
 
 #include <unistd.h>
 
@@ -120,8 +121,41 @@ public:
 
     void reject() override {}
 
+    // Puts what was set last on the screen before the caller blocks the thread. Events that have
+    // arrived aren't enough for that: the X server and the window manager answer a moment after a
+    // dialog was shown, or grew with its caption.
+    void paintNow()
+    {
+        QCoreApplication::processEvents();
+        QTimer limit;
+        limit.setSingleShot(true);
+        limit.start(1000);
+        while (isVisible() && !isOnScreen() && limit.isActive())
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        repaint();
+    }
+
 protected:
     void closeEvent(QCloseEvent *event) override { event->ignore(); }
+
+    void showEvent(QShowEvent *event) override
+    {
+        QProgressDialog::showEvent(event);
+        sizeOnScreen = size();
+        windowHandle()->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (watched == windowHandle() && event->type() == QEvent::Resize)
+            sizeOnScreen = windowHandle()->size();
+        return QProgressDialog::eventFilter(watched, event);
+    }
+
+private:
+    bool isOnScreen() const { return windowHandle()->isExposed() && sizeOnScreen == size(); }
+
+    QSize sizeOnScreen; // as the window system has confirmed it
 };
 
 // ---------------------------------------------------------------- bundle sources
@@ -820,13 +854,13 @@ private:
     bool fetchManifest(QProgressDialog *progress, UpdateManifest *manifest, QString *error);
     bool confirmUpdate(const UsbDevice &device, const UpdateManifest &manifest,
                        QProgressDialog *progress);
-    QByteArray fetchVerifiedPackage(const UpdateManifest &manifest, QProgressDialog *progress,
+    QByteArray fetchVerifiedPackage(const UpdateManifest &manifest, CommandProgressDialog *progress,
                                     QString *packageHash, QString *error);
     bool stagePackage(const QByteArray &package, const StagingArea &staging,
-                      QProgressDialog *progress, QString *error);
+                      CommandProgressDialog *progress, QString *error);
     void applyPackage(const UsbDevice &device, const UpdateManifest &manifest,
                       const QString &packageHash, const StagingArea &staging,
-                      QProgressDialog *progress, QString *error);
+                      CommandProgressDialog *progress, QString *error);
 };
 
 ConfigWindow::ConfigWindow()
@@ -1101,7 +1135,7 @@ void ConfigWindow::prepareSelectedDevice()
         dialog->setMaximum(stepCount);
         dialog->setValue(step);
         dialog->setLabelText(text);
-        QCoreApplication::processEvents();
+        dialog->paintNow();
     };
     const PortableBundleResult result =
         bundleManager.preparePortableBundle(device.mountPoint, bundleOptions(), showStep);
@@ -1130,11 +1164,11 @@ void ConfigWindow::reportPreparation(const UsbDevice &device, const PortableBund
 
 // ---------------------------------------------------------------- update command
 
-void showStage(QProgressDialog *progress, int value, const QString &label)
+void showStage(CommandProgressDialog *progress, int value, const QString &label)
 {
     progress->setLabelText(label);
     progress->setValue(value);
-    QCoreApplication::processEvents();
+    progress->paintNow();
 }
 
 void ConfigWindow::updateSelectedDevice()
@@ -1233,7 +1267,7 @@ bool ConfigWindow::confirmUpdate(const UsbDevice &device, const UpdateManifest &
 // The package, once its size and its hash are those of the manifest; empty otherwise. It stays in
 // memory until then, so that nothing unverified reaches the drive.
 QByteArray ConfigWindow::fetchVerifiedPackage(const UpdateManifest &manifest,
-                                              QProgressDialog *progress, QString *packageHash,
+                                              CommandProgressDialog *progress, QString *packageHash,
                                               QString *error)
 {
     showStage(progress, 2, QStringLiteral("Baixando pacote de atualização..."));
@@ -1264,7 +1298,7 @@ QByteArray ConfigWindow::fetchVerifiedPackage(const UpdateManifest &manifest,
 
 // Unpacks the package beside the bundles. On false nothing of it is left on the drive.
 bool ConfigWindow::stagePackage(const QByteArray &package, const StagingArea &staging,
-                                QProgressDialog *progress, QString *error)
+                                CommandProgressDialog *progress, QString *error)
 {
     if (!QDir().mkpath(staging.path)) {
         warn(this, QStringLiteral("Não foi possível criar área temporária na unidade USB."));
@@ -1292,7 +1326,7 @@ bool ConfigWindow::stagePackage(const QByteArray &package, const StagingArea &st
 
 void ConfigWindow::applyPackage(const UsbDevice &device, const UpdateManifest &manifest,
                                 const QString &packageHash, const StagingArea &staging,
-                                QProgressDialog *progress, QString *error)
+                                CommandProgressDialog *progress, QString *error)
 {
     showStage(progress, 5, QStringLiteral("Substituindo bundles..."));
     const QString backupStamp = timeStamp();

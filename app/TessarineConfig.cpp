@@ -55,11 +55,11 @@ namespace
 {
 
 using Tessarine::Deployment::commitFlushed;
+using Tessarine::Deployment::FileSystemSync;
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleOptions;
 using Tessarine::Deployment::PortableBundleResult;
 using Tessarine::Deployment::PreparationProgress;
-using Tessarine::Deployment::syncFileSystem;
 using Tessarine::Platform::DeviceManager;
 using Tessarine::Platform::UsbDevice;
 using Tessarine::Platform::Linux::LinuxDeviceManager;
@@ -253,8 +253,8 @@ QJsonObject updateState(const QString &version, const QString &packageHash)
     return state;
 }
 
-// Records on the drive which version it holds. On false the old record still stands and *error
-// tells the user why.
+// Records on the drive which version it holds. On false *error tells the user why; the old record
+// still stands, unless the drive failed after the new one was in its place.
 bool writeUpdateState(const QString &mountPoint, const QString &version, const QString &packageHash,
                       QString *error)
 {
@@ -263,6 +263,7 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
         *error = QStringLiteral("Não foi possível criar a pasta de estado da atualização.");
         return false;
     }
+    FileSystemSync drive(QFileInfo(path).absolutePath());
     const QByteArray json =
         QJsonDocument(updateState(version, packageHash)).toJson(QJsonDocument::Indented);
     QSaveFile file(path);
@@ -272,11 +273,10 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
     }
     if (file.write(json) != json.size())
         file.cancelWriting();
-    if (!commitFlushed(&file)) {
+    if (!commitFlushed(&file) || !drive.sync()) {
         *error = QStringLiteral("Não foi possível salvar o arquivo de estado: %1").arg(path);
         return false;
     }
-    syncFileSystem(mountPoint);
     return true;
 }
 
@@ -358,7 +358,43 @@ bool isNewer(const QString &version, const QString &installedVersion)
            > 0;
 }
 
+// What a drive holds: the version to compare with, and its name for the user.
+struct InstalledVersion {
+    QString compared;
+    QString shown;
+};
+
 // ---------------------------------------------------------------- HTTP
+
+// Lets the event loop turn until the reply is finished, or the loop is ended by the application's
+// exit. False once limitMs milliseconds have passed.
+bool waitForReply(QNetworkReply *reply, int limitMs)
+{
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    timer.start(limitMs);
+    loop.exec();
+    return timer.isActive();
+}
+
+// The body of a finished reply, or nothing, with the reason in *error, when it is none of success.
+QByteArray bodyOf(QNetworkReply *reply, const QUrl &url, QString *error)
+{
+    if (reply->error() != QNetworkReply::NoError) {
+        *error = reply->errorString();
+        return {};
+    }
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid() && status.toInt() >= 400) {
+        *error = QStringLiteral("HTTP %1 ao acessar: %2")
+                     .arg(QString::number(status.toInt()), url.toString());
+        return {};
+    }
+    return reply->readAll();
+}
 
 // Fetches the whole body, or nothing once limitMs milliseconds have passed. The event loop turns
 // meanwhile. An empty result with *error unchanged means that the body was empty.
@@ -373,34 +409,17 @@ QByteArray httpGet(const QUrl &url, int limitMs, QString *error)
                                            .toLatin1());
     request.setRawHeader("Accept", "*/*");
 
-    QEventLoop loop;
-    QTimer timer;
-    timer.setSingleShot(true);
     QNetworkReply *reply = manager.get(request);
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
-    timer.start(limitMs);
-    loop.exec();
-
-    if (!timer.isActive()) {
+    const bool inTime = waitForReply(reply, limitMs);
+    // What arrived before the time was up, or before the application ended, is only a part.
+    if (!reply->isFinished())
         reply->abort();
-        reply->deleteLater();
+    reply->deleteLater();
+    if (!inTime) {
         *error = QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString());
         return {};
     }
-    timer.stop();
-    reply->deleteLater();
-    if (reply->error() != QNetworkReply::NoError) {
-        *error = reply->errorString();
-        return {};
-    }
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (status.isValid() && status.toInt() >= 400) {
-        *error = QStringLiteral("HTTP %1 ao acessar: %2")
-                     .arg(QString::number(status.toInt()), url.toString());
-        return {};
-    }
-    return reply->readAll();
+    return bodyOf(reply, url, error);
 }
 
 // ---------------------------------------------------------------- update steps on the drive
@@ -435,6 +454,15 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
     const QString output = QString::fromLocal8Bit(unzip.readAllStandardOutput());
     const QString errorOutput = QString::fromLocal8Bit(unzip.readAllStandardError());
     *error = QStringLiteral("Falha ao extrair ZIP: %1%2").arg(output, errorOutput);
+    return false;
+}
+
+// unzip ends long before the drive has what it wrote.
+bool syncExtracted(FileSystemSync *drive, QString *error)
+{
+    if (drive->sync())
+        return true;
+    *error = QStringLiteral("Falha ao extrair ZIP: %1%2").arg(QString(), drive->errorString());
     return false;
 }
 
@@ -481,13 +509,25 @@ bool removeDirectory(const QString &path, QString *error)
     return removed;
 }
 
-// Renames a directory and waits until the drive has it. On vfat two renames whose effects are
-// still in memory can lose both directories when the drive is pulled out.
+// Renames a directory, and on true the drive has it. On vfat two renames whose effects are still in
+// memory can lose both directories when the drive is pulled out.
 bool renameDurably(const QString &from, const QString &to)
 {
-    const bool renamed = QDir().rename(from, to);
-    syncFileSystem(QFileInfo(to).absolutePath());
-    return renamed;
+    FileSystemSync drive(QFileInfo(to).absolutePath());
+    if (!QDir().rename(from, to))
+        return false;
+    if (drive.sync())
+        return true;
+    QDir().rename(to, from);
+    return false;
+}
+
+// The way back after a failure. Nothing more can be done when it fails as well.
+void renameBack(const QString &from, const QString &to)
+{
+    FileSystemSync drive(QFileInfo(to).absolutePath());
+    QDir().rename(from, to);
+    drive.sync();
 }
 
 // Puts source in the place of target, which is kept as backup.
@@ -503,7 +543,7 @@ bool replaceBundleDirectory(const QString &target, const QString &source, const 
     if (renameDurably(source, target))
         return true;
     if (QFileInfo::exists(backup))
-        renameDurably(backup, target);
+        renameBack(backup, target);
     *error = QStringLiteral("Não foi possível aplicar novo bundle em: %1").arg(target);
     return false;
 }
@@ -554,7 +594,7 @@ bool replaceBundles(const BundleSwap &windowsSwap, const BundleSwap &linuxSwap, 
         return true;
     removeDirectory(windowsSwap.target, nullptr);
     if (QFileInfo::exists(windowsSwap.backup))
-        renameDurably(windowsSwap.backup, windowsSwap.target);
+        renameBack(windowsSwap.backup, windowsSwap.target);
     return false;
 }
 
@@ -848,19 +888,23 @@ private:
 
     void log(const QString &line);
     bool copySelectedDevice(UsbDevice *device);
+    bool copyUpdatableDevice(UsbDevice *device);
     PortableBundleOptions bundleOptions() const;
     void reportPreparation(const UsbDevice &device, const PortableBundleResult &result);
 
     bool fetchManifest(QProgressDialog *progress, UpdateManifest *manifest, QString *error);
-    bool confirmUpdate(const UsbDevice &device, const UpdateManifest &manifest,
-                       QProgressDialog *progress);
+    InstalledVersion installedVersionOf(const UsbDevice &device);
+    void reportUpToDate(const QString &installedVersion, const QString &version,
+                        QProgressDialog *progress);
+    bool confirmUpdate(const UsbDevice &device, const QString &installedVersion,
+                       const UpdateManifest &manifest);
     QByteArray fetchVerifiedPackage(const UpdateManifest &manifest, CommandProgressDialog *progress,
                                     QString *packageHash, QString *error);
-    bool stagePackage(const QByteArray &package, const StagingArea &staging,
+    bool stagePackage(const QByteArray &package, const StagingArea &staging, FileSystemSync *drive,
                       CommandProgressDialog *progress, QString *error);
-    void applyPackage(const UsbDevice &device, const UpdateManifest &manifest,
-                      const QString &packageHash, const StagingArea &staging,
-                      CommandProgressDialog *progress, QString *error);
+    void applyPackage(const UsbDevice &device, const QString &bundleRoot,
+                      const UpdateManifest &manifest, const QString &packageHash,
+                      const StagingArea &staging, CommandProgressDialog *progress, QString *error);
 };
 
 ConfigWindow::ConfigWindow()
@@ -1171,27 +1215,36 @@ void showStage(CommandProgressDialog *progress, int value, const QString &label)
     progress->paintNow();
 }
 
-void ConfigWindow::updateSelectedDevice()
+// The drive that an update may work on; a message tells the user why there is none.
+bool ConfigWindow::copyUpdatableDevice(UsbDevice *device)
 {
-    UsbDevice device;
-    if (!copySelectedDevice(&device))
-        return;
-    if (!isUsable(device)) {
+    if (!copySelectedDevice(device))
+        return false;
+    if (!isUsable(*device)) {
         inform(this, QStringLiteral("Monte a unidade USB e atualize a lista antes de verificar "
                                     "atualizações."));
-        return;
+        return false;
     }
-    const QString bundleRoot = bundleRootOf(device.mountPoint);
-    if (!QFileInfo(bundleRoot).isDir()) {
+    if (!QFileInfo(bundleRootOf(device->mountPoint)).isDir()) {
         inform(this, QStringLiteral("A unidade selecionada ainda não possui uma estrutura "
                                     "Tessarine preparada."));
-        return;
+        return false;
     }
     if (isMainApplicationRunning()) {
         warn(this, QStringLiteral("Feche o Tessarine antes de atualizar os bundles da unidade "
                                   "USB."));
-        return;
+        return false;
     }
+    return true;
+}
+
+void ConfigWindow::updateSelectedDevice()
+{
+    UsbDevice device;
+    if (!copyUpdatableDevice(&device))
+        return;
+    const QString bundleRoot = bundleRootOf(device.mountPoint);
+    const std::optional<dev_t> fileSystem = FileSystemSync(bundleRoot).fileSystem();
 
     CommandProgressDialog progress(QStringLiteral("Consultando manifesto de atualização..."), 6,
                                    this);
@@ -1200,16 +1253,27 @@ void ConfigWindow::updateSelectedDevice()
     UpdateManifest manifest;
     if (!fetchManifest(&progress, &manifest, &error))
         return;
-    if (!confirmUpdate(device, manifest, &progress))
+    const InstalledVersion installed = installedVersionOf(device);
+    if (!isNewer(manifest.version, installed.compared)) {
+        reportUpToDate(installed.shown, manifest.version, &progress);
+        return;
+    }
+    if (!confirmUpdate(device, installed.shown, manifest))
         return;
     QString packageHash;
     const QByteArray package = fetchVerifiedPackage(manifest, &progress, &packageHash, &error);
     if (package.isEmpty())
         return;
     const StagingArea staging = stagingAreaIn(bundleRoot);
-    if (!stagePackage(package, staging, &progress, &error))
+    FileSystemSync drive(bundleRoot);
+    // A drive that has gone meanwhile may have left its directory behind, on the host's own disk.
+    if (!fileSystem || drive.fileSystem() != fileSystem || !QDir().mkpath(staging.path)) {
+        warn(this, QStringLiteral("Não foi possível criar área temporária na unidade USB."));
         return;
-    applyPackage(device, manifest, packageHash, staging, &progress, &error);
+    }
+    if (!stagePackage(package, staging, &drive, &progress, &error))
+        return;
+    applyPackage(device, bundleRoot, manifest, packageHash, staging, &progress, &error);
 }
 
 bool ConfigWindow::fetchManifest(QProgressDialog *progress, UpdateManifest *manifest,
@@ -1230,34 +1294,37 @@ bool ConfigWindow::fetchManifest(QProgressDialog *progress, UpdateManifest *mani
     return true;
 }
 
-bool ConfigWindow::confirmUpdate(const UsbDevice &device, const UpdateManifest &manifest,
-                                 QProgressDialog *progress)
+// A drive that doesn't say what it holds counts as older than any version.
+InstalledVersion ConfigWindow::installedVersionOf(const UsbDevice &device)
 {
-    QString compareVersion = readInstalledVersion(device.mountPoint);
-    QString displayVersion = compareVersion;
-    if (compareVersion.isEmpty()) {
-        compareVersion = QStringLiteral("0.0.0");
-        displayVersion = QStringLiteral("desconhecida");
-        log(QStringLiteral("Estado local ausente em %1; a unidade será tratada como atualizável.")
-                .arg(updateStatePath(device.mountPoint)));
-    }
+    const QString version = readInstalledVersion(device.mountPoint);
+    if (!version.isEmpty())
+        return {version, version};
+    log(QStringLiteral("Estado local ausente em %1; a unidade será tratada como atualizável.")
+            .arg(updateStatePath(device.mountPoint)));
+    return {QStringLiteral("0.0.0"), QStringLiteral("desconhecida")};
+}
 
-    if (!isNewer(manifest.version, compareVersion)) {
-        progress->setValue(progress->maximum());
-        inform(this, QStringLiteral("A unidade já está atualizada.\n\n"
-                                    "Versão instalada: %1\nVersão disponível: %2")
-                         .arg(displayVersion, manifest.version));
-        log(QStringLiteral("Nenhuma atualização disponível. Instalado: %1 | Remoto: %2")
-                .arg(displayVersion, manifest.version));
-        return false;
-    }
+void ConfigWindow::reportUpToDate(const QString &installedVersion, const QString &version,
+                                  QProgressDialog *progress)
+{
+    progress->setValue(progress->maximum());
+    inform(this, QStringLiteral("A unidade já está atualizada.\n\n"
+                                "Versão instalada: %1\nVersão disponível: %2")
+                     .arg(installedVersion, version));
+    log(QStringLiteral("Nenhuma atualização disponível. Instalado: %1 | Remoto: %2")
+            .arg(installedVersion, version));
+}
 
+bool ConfigWindow::confirmUpdate(const UsbDevice &device, const QString &installedVersion,
+                                 const UpdateManifest &manifest)
+{
     const QString notes = manifest.releaseNotes.isEmpty() ? QStringLiteral("Sem notas de versão.")
                                                           : manifest.releaseNotes;
     if (!askYesNo(this, QStringLiteral("Atualização disponível"),
                   QStringLiteral("Atualizar Tessarine na unidade %1?\n\n"
                                  "Versão instalada: %2\nVersão disponível: %3\n\n%4")
-                      .arg(device.mountPoint, displayVersion, manifest.version, notes))) {
+                      .arg(device.mountPoint, installedVersion, manifest.version, notes))) {
         log(QStringLiteral("Atualização cancelada pelo usuário."));
         return false;
     }
@@ -1296,14 +1363,12 @@ QByteArray ConfigWindow::fetchVerifiedPackage(const UpdateManifest &manifest,
     return package;
 }
 
-// Unpacks the package beside the bundles. On false nothing of it is left on the drive.
+// Unpacks the package beside the bundles, down to the medium. On false nothing of it is left on the
+// drive.
 bool ConfigWindow::stagePackage(const QByteArray &package, const StagingArea &staging,
-                                CommandProgressDialog *progress, QString *error)
+                                FileSystemSync *drive, CommandProgressDialog *progress,
+                                QString *error)
 {
-    if (!QDir().mkpath(staging.path)) {
-        warn(this, QStringLiteral("Não foi possível criar área temporária na unidade USB."));
-        return false;
-    }
     QFile packageFile(staging.packagePath);
     if (!packageFile.open(QIODevice::WriteOnly) || packageFile.write(package) != package.size()) {
         removeDirectory(staging.path, nullptr);
@@ -1314,23 +1379,23 @@ bool ConfigWindow::stagePackage(const QByteArray &package, const StagingArea &st
 
     showStage(progress, 4, QStringLiteral("Extraindo pacote..."));
     if (!extractZip(staging.packagePath, staging.extractedPath, error)
-        || !validateExtractedPackage(staging.extractedPath, error)) {
+        || !validateExtractedPackage(staging.extractedPath, error)
+        || !syncExtracted(drive, error)) {
         removeDirectory(staging.path, nullptr);
         log(QStringLiteral("Falha ao preparar pacote: %1").arg(*error));
         warn(this, *error);
         return false;
     }
-    syncFileSystem(staging.path);
     return true;
 }
 
-void ConfigWindow::applyPackage(const UsbDevice &device, const UpdateManifest &manifest,
-                                const QString &packageHash, const StagingArea &staging,
-                                CommandProgressDialog *progress, QString *error)
+void ConfigWindow::applyPackage(const UsbDevice &device, const QString &bundleRoot,
+                                const UpdateManifest &manifest, const QString &packageHash,
+                                const StagingArea &staging, CommandProgressDialog *progress,
+                                QString *error)
 {
     showStage(progress, 5, QStringLiteral("Substituindo bundles..."));
     const QString backupStamp = timeStamp();
-    const QString bundleRoot = bundleRootOf(device.mountPoint);
     const BundleSwap windowsSwap =
         bundleSwap(QStringLiteral("windows"), bundleRoot, staging.extractedPath, backupStamp);
     const BundleSwap linuxSwap =

@@ -20,7 +20,7 @@
 
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleResult;
-using Tessarine::Deployment::syncFileSystem;
+using Tessarine::Deployment::FileSystemSync;
 
 namespace
 {
@@ -70,10 +70,10 @@ void compare(const QString &what, const QString &target, const std::function<voi
     const auto timed = [&target](const std::function<void()> &work) {
         QDir(target).removeRecursively();
         QDir().mkpath(target);
-        syncFileSystem(target);
+        FileSystemSync(target).sync();
         return seconds([&] {
             work();
-            syncFileSystem(target);
+            FileSystemSync(target).sync();
         });
     };
     for (int run = 0; run < runs; ++run) {

@@ -2,20 +2,56 @@
 
 #include <QString>
 
+#include <sys/types.h>
+
+#include <optional>
+
 class QSaveFile;
 
 namespace Tessarine::Deployment
 {
 
+// Starts to bring the chunk just written, of so many bytes, to the medium, and waits until the ones
+// before it are there (sync_file_range(2)). Called after each chunk it lets a slow drive keep up
+// with its writer, instead of leaving a whole file to the last sync. False when the medium failed.
+// A file system that doesn't support it leaves all to commitFlushed().
+bool writeBackChunk(QSaveFile *file, qint64 size);
+
 // Puts a written QSaveFile in its place, like QSaveFile::commit(), but only when every byte that
-// write() took has reached the medium (fsync(2)). With Qt 6.4 commit() alone returns true when the
-// last buffered bytes don't fit on the drive, or when the drive fails, and puts a cut file in the
-// place of a good one. On false the old file still stands and no temporary file is left. A count
-// short of what was given to write() is the caller's to notice.
+// write() took has reached the medium: with Qt 6.4 commit() alone returns true when the last
+// buffered bytes don't fit on the drive, or when the drive fails, and puts a cut file in the place
+// of a good one. On false the old file still stands and no temporary file is left; only on FAT,
+// where the renamed file has to be synced once more, a failure of that leaves no file at all. A
+// count short of what was given to write() is the caller's to notice.
 bool commitFlushed(QSaveFile *file);
 
-// Waits until everything written to the file system that holds the path is on the medium
-// (syncfs(2)). Best effort: a failure isn't reported.
-void syncFileSystem(const QString &path);
+// Tells whether what is written to a file system reaches its medium. Make it before the writing
+// begins: Linux reports an error of the medium only to descriptors that were open when it occurred,
+// and once to each (syncfs(2)).
+class FileSystemSync
+{
+public:
+    // Watches the file system that holds the directory, and keeps it from being unmounted.
+    explicit FileSystemSync(const QString &directory);
+    ~FileSystemSync();
+
+    FileSystemSync(const FileSystemSync &) = delete;
+    FileSystemSync &operator=(const FileSystemSync &) = delete;
+
+    // Number of the file system (st_dev of stat(2)); none when the directory can't be read.
+    std::optional<dev_t> fileSystem() const;
+
+    // Waits until everything written to the file system is on the medium, past the drive's own
+    // cache. False when anything written since the object was made is lost, or the directory could
+    // not be read.
+    bool sync();
+
+    // The system's words for what sync() failed with.
+    QString errorString() const;
+
+private:
+    int m_descriptor;
+    int m_error = 0;
+};
 
 } // namespace Tessarine::Deployment

@@ -15,8 +15,10 @@
 #include <QStorageInfo>
 #include <QTextStream>
 
-#include <algorithm>
+#include <sys/stat.h>
+
 #include <optional>
+#include <utility>
 
 namespace Tessarine::Deployment
 {
@@ -94,6 +96,27 @@ A pasta Tessarine/linux contem o executavel Linux e dependencias copiadas deste 
 Dependencias Qt e bibliotecas runtime sao copiadas durante a preparacao quando disponiveis.
 )");
 
+// {} when it can't be told.
+DirectoryIdentity identityOf(const QString &directory)
+{
+    struct stat status = {};
+    if (stat(QFile::encodeName(directory).constData(), &status) != 0)
+        return {};
+    return {status.st_dev, status.st_ino};
+}
+
+// The directories on the way from the root to this one, itself included.
+QList<DirectoryIdentity> directoriesOnTheWayTo(const QString &directory)
+{
+    QList<DirectoryIdentity> directories;
+    QString path = QDir::cleanPath(QFileInfo(directory).absoluteFilePath());
+    while (!QDir(path).isRoot()) {
+        directories << identityOf(path);
+        path = QFileInfo(path).path();
+    }
+    return directories << identityOf(path);
+}
+
 bool fail(PortableBundleResult *result, const QString &message)
 {
     result->message = message;
@@ -120,18 +143,9 @@ QFileInfoList filesNamed(const QString &nameFilter, const QString &directory)
     return QDir(directory).entryInfoList({nameFilter}, QDir::Files | QDir::Readable, QDir::NoSort);
 }
 
-bool holdsAnyOf(const QString &directory, const QStringList &names)
+bool holds(const QString &directory, const QString &name)
 {
-    return std::any_of(names.begin(), names.end(), [&](const QString &name) {
-        return QFileInfo::exists(QDir(directory).filePath(name));
-    });
-}
-
-bool holdsAllOf(const QString &directory, const QStringList &names)
-{
-    return std::all_of(names.begin(), names.end(), [&](const QString &name) {
-        return QFileInfo::exists(QDir(directory).filePath(name));
-    });
+    return QFileInfo::exists(QDir(directory).filePath(name));
 }
 
 // Whether the bundles may take so many bytes of a drive, which has `available` bytes to give.
@@ -220,7 +234,7 @@ bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
         if (chunk.isEmpty() && (source->error() != QFileDevice::NoError || !source->atEnd()))
             return fail(result, QStringLiteral("Nao foi possivel ler o arquivo: %1")
                                     .arg(QFileInfo(*source).fileName()));
-        if (target->write(chunk) != chunk.size())
+        if (target->write(chunk) != chunk.size() || !writeBackChunk(target, chunk.size()))
             return fail(
                 result,
                 QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
@@ -229,49 +243,25 @@ bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
     return true;
 }
 
-// A drive whose own root is the source holds its target too: copied along, it would never end.
-bool isInside(const QString &path, const QString &directory)
+// The size of a tree, without the directories that the walk is already inside of: a link may lead
+// back to one, and the walk would never end.
+qint64 treeSize(const QString &directory, const QList<DirectoryIdentity> &outerDirectories)
 {
-    return QFileInfo(path).absoluteFilePath().startsWith(directory + u'/');
+    const auto openDirectories = outerDirectories + QList{identityOf(directory)};
+    qint64 size = 0;
+    for (const QFileInfo &entry : QDir(directory).entryInfoList(treeEntries, QDir::NoSort)) {
+        const QString path = entry.absoluteFilePath();
+        if (!entry.isDir())
+            size += entry.size();
+        else if (!openDirectories.contains(identityOf(path)))
+            size += treeSize(path, openDirectories);
+    }
+    return size;
 }
 
 bool isAlreadyCopied(const QFileInfo &source, const QFileInfo &target)
 {
     return target.isFile() && source.exists() && source.size() == target.size();
-}
-
-bool prepareWindowsBundle(const PortableBundleManager &manager,
-                          const PortableBundleOptions &options, const QString &target,
-                          PortableBundleResult *result)
-{
-    if (options.windowsExecutablePath.isEmpty())
-        return true;
-    const QString source =
-        sourceDirectoryOf(options.windowsExecutablePath, options.windowsSourceDirectory);
-    if (holdsAllOf(source,
-                   {QStringLiteral("Qt6Core.dll"), QStringLiteral("platforms/qwindows.dll")}))
-        return manager.copyDirectoryContents(source, target, result);
-    QString executable;
-    return manager.copyExecutable(options.windowsExecutablePath, target, &executable, result)
-           && manager.deployWindowsRuntime(executable, source, result)
-           && manager.copyAdjacentRuntimeLibraries(target, source, result);
-}
-
-bool prepareLinuxBundle(const PortableBundleManager &manager, const PortableBundleOptions &options,
-                        const QString &target, PortableBundleResult *result)
-{
-    if (options.linuxExecutablePath.isEmpty())
-        return true;
-    const QString source =
-        sourceDirectoryOf(options.linuxExecutablePath, options.linuxSourceDirectory);
-    if (holdsAnyOf(source,
-                   {QStringLiteral("lib"), QStringLiteral("plugins"), QStringLiteral("qt.conf")}))
-        return manager.copyDirectoryContents(source, target, result);
-    QString executable;
-    if (!manager.copyExecutable(options.linuxExecutablePath, target, &executable, result))
-        return false;
-    makeExecutable(executable);
-    return manager.deployLinuxRuntime(executable, result);
 }
 
 } // namespace
@@ -290,9 +280,10 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
 
     report(0, QStringLiteral("Validando unidade USB..."));
     if (!drive.exists()) {
-        result.message = QStringLiteral("Unidade USB invalida.");
+        fail(&result, QStringLiteral("Unidade USB invalida."));
         return result;
     }
+    FileSystemSync medium(usbRoot);
     const QString bundleRoot = drive.filePath(QStringLiteral("Tessarine"));
     const QString windowsTarget = QDir(bundleRoot).filePath(QStringLiteral("windows"));
     const QString linuxTarget = QDir(bundleRoot).filePath(QStringLiteral("linux"));
@@ -304,11 +295,11 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
         return result;
 
     report(2, QStringLiteral("Copiando bundle Windows..."));
-    if (!prepareWindowsBundle(*this, options, windowsTarget, &result))
+    if (!prepareWindowsBundle(options, windowsTarget, &result))
         return result;
 
     report(3, QStringLiteral("Copiando bundle Linux..."));
-    if (!prepareLinuxBundle(*this, options, linuxTarget, &result))
+    if (!prepareLinuxBundle(options, linuxTarget, &result))
         return result;
 
     report(5, QStringLiteral("Criando inicializador Windows..."));
@@ -326,7 +317,10 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
         return result;
 
     // The user may pull the drive as soon as it is said to be prepared.
-    syncFileSystem(usbRoot);
+    if (!medium.sync()) {
+        fail(&result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1").arg(usbRoot));
+        return result;
+    }
     report(7, QStringLiteral("Preparacao concluida."));
     result.success = true;
     result.message = QStringLiteral("USB preparado com estrutura portatil Tessarine.");
@@ -343,6 +337,41 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
     return preparePortableBundle(usbRoot, options, progress);
 }
 
+bool PortableBundleManager::prepareWindowsBundle(const PortableBundleOptions &options,
+                                                 const QString &target,
+                                                 PortableBundleResult *result) const
+{
+    if (options.windowsExecutablePath.isEmpty())
+        return true;
+    const QString source =
+        sourceDirectoryOf(options.windowsExecutablePath, options.windowsSourceDirectory);
+    if (holds(source, QStringLiteral("Qt6Core.dll"))
+        && holds(source, QStringLiteral("platforms/qwindows.dll")))
+        return copyDirectoryContents(source, target, result);
+    QString executable;
+    return copyExecutable(options.windowsExecutablePath, target, &executable, result)
+           && deployWindowsRuntime(executable, source, result)
+           && copyAdjacentRuntimeLibraries(target, source, result);
+}
+
+bool PortableBundleManager::prepareLinuxBundle(const PortableBundleOptions &options,
+                                               const QString &target,
+                                               PortableBundleResult *result) const
+{
+    if (options.linuxExecutablePath.isEmpty())
+        return true;
+    const QString source =
+        sourceDirectoryOf(options.linuxExecutablePath, options.linuxSourceDirectory);
+    if (holds(source, QStringLiteral("lib")) || holds(source, QStringLiteral("plugins"))
+        || holds(source, QStringLiteral("qt.conf")))
+        return copyDirectoryContents(source, target, result);
+    QString executable;
+    if (!copyExecutable(options.linuxExecutablePath, target, &executable, result))
+        return false;
+    makeExecutable(executable);
+    return deployLinuxRuntime(executable, result);
+}
+
 qint64 PortableBundleManager::fileSize(const QString &path) const
 {
     const QFileInfo file(path);
@@ -351,12 +380,7 @@ qint64 PortableBundleManager::fileSize(const QString &path) const
 
 qint64 PortableBundleManager::directorySize(const QString &path) const
 {
-    if (!QFileInfo(path).isDir())
-        return fileSize(path);
-    qint64 size = 0;
-    for (const QFileInfo &entry : QDir(path).entryInfoList(treeEntries, QDir::NoSort))
-        size += entry.isDir() ? directorySize(entry.absoluteFilePath()) : entry.size();
-    return size;
+    return QFileInfo(path).isDir() ? treeSize(path, {}) : fileSize(path);
 }
 
 qint64 PortableBundleManager::estimateWindowsBundleSize(const PortableBundleOptions &options) const
@@ -477,19 +501,29 @@ bool PortableBundleManager::copyCurrentExecutable(const QString &targetDirectory
 bool PortableBundleManager::copyDirectoryContents(const QString &source, const QString &target,
                                                   PortableBundleResult *result) const
 {
+    return copyTree(source, target, directoriesOnTheWayTo(target), result);
+}
+
+// Passes over the directories that the walk is already inside of: a link may lead back to one, and
+// a source that holds its own target would be copied into itself, without end.
+bool PortableBundleManager::copyTree(const QString &source, const QString &target,
+                                     const QList<DirectoryIdentity> &outerDirectories,
+                                     PortableBundleResult *result) const
+{
     const QDir directory(source);
     if (!directory.exists())
         return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
     if (!ensureDirectory(target, result))
         return false;
+    const auto openDirectories = outerDirectories + QList{identityOf(source), identityOf(target)};
     for (const QFileInfo &entry : directory.entryInfoList(treeEntries, QDir::NoSort)) {
-        const QString path = entry.absoluteFilePath();
+        const QString entrySource = entry.absoluteFilePath();
         const QString entryTarget = QDir(target).filePath(entry.fileName());
-        if (isInside(entryTarget, path))
+        if (entry.isDir() && openDirectories.contains(identityOf(entrySource)))
             continue;
-        if (entry.isDir() && !copyDirectoryContents(path, entryTarget, result))
+        if (entry.isDir() && !copyTree(entrySource, entryTarget, openDirectories, result))
             return false;
-        if (entry.isFile() && !copyFileReplacing(path, entryTarget, result))
+        if (entry.isFile() && !copyFileReplacing(entrySource, entryTarget, result))
             return false;
     }
     return true;
@@ -550,9 +584,10 @@ bool PortableBundleManager::copyLinuxTlsLibraries(const QString &libraryDirector
             return false;
         found = true;
     }
-    return found
-           || fail(result,
-                   QStringLiteral("Biblioteca libssl.so nao encontrada no ambiente Linux."));
+    if (!found)
+        return fail(result,
+                    QStringLiteral("Biblioteca libssl.so nao encontrada no ambiente Linux."));
+    return true;
 }
 
 bool PortableBundleManager::copyQtLinuxPlugins(const QString &pluginDirectory,

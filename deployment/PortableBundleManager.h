@@ -1,9 +1,13 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
+#include <sys/types.h>
+
 #include <functional>
+#include <utility>
 
 namespace Tessarine::Deployment
 {
@@ -27,6 +31,9 @@ struct PortableBundleResult {
 
 // Called just before each stage: number of the stage, number of stages, caption for the user.
 using PreparationProgress = std::function<void(int step, int stepCount, const QString &text)>;
+
+// A directory by device and inode (stat(2)), whatever path leads to it.
+using DirectoryIdentity = std::pair<dev_t, ino_t>;
 
 // Turns a mounted USB drive into a prepared drive: copies the portable Windows and Linux bundles of
 // the main application with what they need to run, and writes the launchers. Nothing is ever
@@ -89,7 +96,8 @@ public:
 
     // Copies a directory tree into what is already there. Links are followed, so that the target
     // holds real files and directories only. Hidden entries, entries that the user may not read,
-    // dangling links and special files are passed over.
+    // dangling links, special files and directories that the walk is already inside of, as a link
+    // that leads back, are passed over.
     bool copyDirectoryContents(const QString &source, const QString &target,
                                PortableBundleResult *result) const;
 
@@ -131,6 +139,15 @@ public:
     bool copyAdjacentRuntimeLibraries(const QString &targetDirectory,
                                       const QString &sourceDirectory,
                                       PortableBundleResult *result) const;
+
+private:
+    bool prepareWindowsBundle(const PortableBundleOptions &options, const QString &target,
+                              PortableBundleResult *result) const;
+    bool prepareLinuxBundle(const PortableBundleOptions &options, const QString &target,
+                            PortableBundleResult *result) const;
+    bool copyTree(const QString &source, const QString &target,
+                  const QList<DirectoryIdentity> &outerDirectories,
+                  PortableBundleResult *result) const;
 };
 
 } // namespace Tessarine::Deployment

@@ -86,6 +86,28 @@ private Q_SLOTS:
         QCOMPARE(server.requests().size(), 2);
     }
 
+    // The application's exit ends every event loop, also the one that waits for the reply.
+    void exitOfTheApplicationIsNotTheEndOfTheBody()
+    {
+        VendorServer server;
+        server.publish(QStringLiteral("/a"), QByteArray(3000000, 'x'));
+        server.answer(QStringLiteral("/a"), VendorBehaviour::stallHalfWay());
+        QTimer timer;
+        connect(&timer, &QTimer::timeout, qApp, [&] {
+            if (!server.requests().isEmpty())
+                QCoreApplication::exit();
+        });
+        timer.start(10);
+        QByteArray body("before");
+        QString error;
+        QTimer::singleShot(0, qApp, [&] {
+            body = httpGet(server.url(QStringLiteral("/a")), generousLimit, &error);
+        });
+        QCoreApplication::exec();
+        QCOMPARE(body, QByteArray());
+        QVERIFY(!error.isEmpty());
+    }
+
     void redirectFromHttpsToHttpsIsFollowed()
     {
         VendorServer server;

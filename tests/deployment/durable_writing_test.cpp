@@ -5,9 +5,25 @@
 #include <QSaveFile>
 #include <QTest>
 
+using Tessarine::Deployment::commitFlushed;
+using Tessarine::Deployment::FileSystemSync;
+using Tessarine::Deployment::writeBackChunk;
 using TestSupport::Drive;
 
-// What replacing a file's contents does on drives that have no room, or that fail.
+namespace
+{
+
+constexpr qint64 mebibyte = 1'048'576;
+
+qsizetype openDescriptors()
+{
+    return QDir("/proc/self/fd").entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size();
+}
+
+} // namespace
+
+// What replacing a file's contents does on drives that have no room, or that fail, and what a sync
+// of the whole drive tells about it.
 class DurableWritingTest : public QObject
 {
     Q_OBJECT
@@ -16,7 +32,7 @@ class DurableWritingTest : public QObject
     {
         QSaveFile file(path);
         return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size()
-               && Tessarine::Deployment::commitFlushed(&file);
+               && commitFlushed(&file);
     }
 
 private Q_SLOTS:
@@ -81,7 +97,7 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(QByteArray(524'288, 'n')), 524'288);
         QCOMPARE(file.write("the rest"), 8);
-        QVERIFY(!Tessarine::Deployment::commitFlushed(&file));
+        QVERIFY(!commitFlushed(&file));
         QCOMPARE(drive.tree(), before);
     }
 
@@ -90,27 +106,111 @@ private Q_SLOTS:
     {
         const Drive drive = Drive::ext4OnShortMedium(16'777'216, 3'145'728);
         drive.write("file", "old");
-        Tessarine::Deployment::syncFileSystem(drive.path());
+        QVERIFY(FileSystemSync(drive.path()).sync());
         const QStringList before = drive.tree();
         QVERIFY(!replace(drive.path("file"), QByteArray(6'000'000, 'n')));
         QCOMPARE(drive.tree(), before);
     }
 
+    void aFailingMediumShowsWhileTheFileIsWritten()
+    {
+        const Drive drive = Drive::ext4(16 * mebibyte);
+        QSaveFile file(drive.path("file"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const auto writeChunk = [&file] {
+            return file.write(QByteArray(mebibyte, 'n')) == mebibyte
+                   && writeBackChunk(&file, mebibyte);
+        };
+        QVERIFY(writeChunk());
+        QVERIFY(writeChunk());
+        drive.loseMedium();
+        QVERIFY(!(writeChunk() && writeChunk()));
+    }
+
+    // Of a file that is still being written only the last chunk may be missing on the medium.
+    void theMediumKeepsUpWithTheWriter()
+    {
+        const Drive drive = Drive::ext4(16 * mebibyte);
+        QSaveFile file(drive.path("file"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const QByteArray first("first chunk" + QByteArray(mebibyte, 'x'));
+        const QByteArray second("second chunk" + QByteArray(mebibyte, 'x'));
+        QCOMPARE(file.write(first), first.size());
+        QVERIFY(writeBackChunk(&file, first.size()));
+        QCOMPARE(file.write(second), second.size());
+        QVERIFY(writeBackChunk(&file, second.size()));
+        QVERIFY(drive.medium().contains("first chunk"));
+    }
+
+    void aFileThatCannotBeWrittenBackIsLeftToTheCommit()
+    {
+        QSaveFile file("/dev/null");
+        file.setDirectWriteFallback(true);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(QByteArray(mebibyte, 'n')), mebibyte);
+        QVERIFY(writeBackChunk(&file, mebibyte));
+        file.cancelWriting();
+    }
+
     void syncingReachesTheMedium()
     {
-        const Drive drive = Drive::ext4(8'388'608);
+        const Drive drive = Drive::ext4(8 * mebibyte);
         const QByteArray marker("not in the image before it is synced");
         drive.write("file", marker);
         QVERIFY(!drive.medium().contains(marker));
-        Tessarine::Deployment::syncFileSystem(drive.path());
+        QVERIFY(FileSystemSync(drive.path()).sync());
         QVERIFY(drive.medium().contains(marker));
     }
 
-    void syncingAnAbsentPathDoesNothing()
+    void syncingReportsWhatWasLostSinceItsObjectWasMade()
+    {
+        const Drive drive = Drive::ext4(8 * mebibyte);
+        FileSystemSync before(drive.path());
+        drive.write("file", "lost");
+        drive.loseMedium();
+        QVERIFY(!before.sync());
+        QCOMPARE(before.errorString(), QString::fromLocal8Bit(strerror(EIO)));
+    }
+
+    // The error is reported to whoever asks first, and to all who had the drive open before.
+    void aLossThatSomebodyElseWasToldOfIsReportedToo()
+    {
+        const Drive drive = Drive::ext4(8 * mebibyte);
+        FileSystemSync before(drive.path());
+        drive.write("file", "lost");
+        drive.loseMedium();
+        QVERIFY(!FileSystemSync(drive.path()).sync());
+        QVERIFY(!before.sync());
+    }
+
+    void syncingAnAbsentDirectoryFails()
     {
         const Drive drive;
-        Tessarine::Deployment::syncFileSystem(drive.path("absent"));
+        FileSystemSync absent(drive.path("absent"));
+        QVERIFY(!absent.sync());
+        QCOMPARE(absent.errorString(), QString::fromLocal8Bit(strerror(EBADF)));
+        QVERIFY(!absent.fileSystem());
         QCOMPARE(drive.tree(), QStringList());
+    }
+
+    void theFileSystemsOfTwoDrivesAreTold()
+    {
+        const Drive first = Drive::tmpfs(mebibyte);
+        const Drive second = Drive::tmpfs(mebibyte);
+        first.makeDirectory("directory");
+        const auto fileSystem = FileSystemSync(first.path()).fileSystem();
+        QVERIFY(fileSystem.has_value());
+        QCOMPARE(FileSystemSync(first.path("directory")).fileSystem(), fileSystem);
+        QVERIFY(FileSystemSync(second.path()).fileSystem() != fileSystem);
+    }
+
+    void noDescriptorStaysOpen()
+    {
+        const Drive drive;
+        const qsizetype before = openDescriptors();
+        QVERIFY(FileSystemSync(drive.path()).sync());
+        QVERIFY(replace(drive.path("file"), "new"));
+        QCOMPARE(openDescriptors(), before);
     }
 };
 

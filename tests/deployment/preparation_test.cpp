@@ -4,6 +4,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Drive.h"
 #include "tests/support/StubCommand.h"
+#include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 
 #include <QCoreApplication>
@@ -21,6 +22,7 @@ using TestSupport::asUnprivileged;
 using TestSupport::BindMount;
 using TestSupport::Drive;
 using TestSupport::StubCommand;
+using TestSupport::whenSynced;
 
 namespace
 {
@@ -347,6 +349,20 @@ private Q_SLOTS:
                                         });
         QVERIFY(!beforeTheLastStage);
         QVERIFY(atTheLastReport);
+    }
+
+    void aDriveThatFailsAtTheLastSyncIsNotPrepared()
+    {
+        const Bundles bundles;
+        const Drive drive = Drive::ext4(16 * mebibyte);
+        int lastStep = -1;
+        whenSynced = [&] { drive.loseMedium(); };
+        const PortableBundleResult result = m_manager.preparePortableBundle(
+            drive.path(), bundles.both(), [&](int step, int, const QString &) { lastStep = step; });
+        whenSynced = nullptr;
+        QVERIFY(!result.success);
+        QCOMPARE(result.message, "Nao foi possivel finalizar o arquivo: " + drive.path());
+        QCOMPARE(lastStep, 6);
     }
 
     void theRunningProgramIsPreparedByTheShorterCall()

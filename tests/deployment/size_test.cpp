@@ -119,6 +119,15 @@ private Q_SLOTS:
         QCOMPARE(m_manager.directorySize(drive.path()), 3);
     }
 
+    void aLinkBackIntoItsOwnTreeCountsForNothing()
+    {
+        const Drive drive;
+        drive.write("lib/library", "12345");
+        drive.link("lib/self", ".");
+        drive.link("lib/up", "..");
+        QCOMPARE(m_manager.directorySize(drive.path()), 5);
+    }
+
     void linksInATreeAreFollowed()
     {
         const Drive outside;

@@ -138,8 +138,11 @@ public:
     // but what the cache holds, and nothing written.
     void loseMedium() const
     {
-        QFile::resize(m_medium->path(QStringLiteral("image")), 0);
-        m_medium->fill();
+        // A write that is under way takes room for itself again: the second time there is none.
+        for (const QString &name : {QStringLiteral("fill"), QStringLiteral("rest")}) {
+            QFile::resize(m_medium->path(QStringLiteral("image")), 0);
+            m_medium->fill(0, name);
+        }
     }
 
     // Forces the next reading of a file to the medium.

@@ -1,0 +1,308 @@
+#include "tests/app/UpdateSituation.h"
+#include "tests/support/BindMount.h"
+
+using TestSupport::BindMount;
+
+// What the drive goes through: staging, extraction, the two swaps, the state file, and drives that
+// fail on the way.
+class UpdateOnDriveTest : public UpdateSituation
+{
+    Q_OBJECT
+
+    // A directory that another file system is mounted on can't be renamed.
+    void compareFailedSwap(const QString &platform)
+    {
+        const Drive other;
+        other.write(QStringLiteral("a"), "1.0.0");
+        const QString target = drive->path(QStringLiteral("Tessarine/") + platform);
+        const BindMount mount(other.path(), target);
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        const QString text = QStringLiteral("Não foi possível criar backup de: %1").arg(target);
+        compareWarning(text);
+        QCOMPARE(newLogLines(),
+                 QStringList{QStringLiteral("Falha ao aplicar atualização: ") + text});
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void agreeToUpdateLosingTheMediumAtSync(int number)
+    {
+        int syncs = 0;
+        whenSynced = [=, this]() mutable {
+            if (++syncs == number)
+                drive->loseMedium();
+        };
+        agreeToUpdate();
+        whenSynced = nullptr;
+    }
+
+private Q_SLOTS:
+    void initTestCase() { openServer(); }
+    void cleanupTestCase() { server.reset(); }
+    void init() { begin(); }
+    void cleanup() { end(); }
+
+    // ---- staging
+
+    void readOnlyDriveIsReportedWithoutALogLine()
+    {
+        prepareDrive(smallDrive());
+        drive->makeReadOnly();
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        compareWarning(QStringLiteral("Não foi possível criar área temporária na unidade USB."));
+        QCOMPARE(newLogLines(), QStringList());
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void driveWithoutRoomForThePackageIsReportedWithoutALogLine()
+    {
+        prepareDrive(smallDrive());
+        ZipFile zip = completePackage(QStringLiteral("1.1.0"));
+        QByteArray package = zip.bytes();
+        package.append(QByteArray(2 << 20, 'x'));
+        publish(package);
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        compareWarning(
+            QStringLiteral("Não foi possível gravar o pacote temporário na unidade USB."));
+        QCOMPARE(newLogLines(), QStringList());
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void packageWhoseLastBytesDoNotFitIsRefusedByTheExtraction()
+    {
+        prepareDrive(smallDrive());
+        drive->fill();
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        QVERIFY(lastBox().text.startsWith(QStringLiteral("Falha ao extrair ZIP: ")));
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void driveThatFillsUpDuringTheExtractionIsReported()
+    {
+        prepareDrive(smallDrive());
+        ZipFile zip = completePackage(QStringLiteral("1.1.0"));
+        publish(zip.zeros(QStringLiteral("Tessarine/linux/bomb"), 100000000).bytes());
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        compareWarning(lastBox().text);
+        QVERIFY2(lastBox().text.contains(QStringLiteral("write error (disk full?)")),
+                 qPrintable(lastBox().text));
+        QVERIFY(window->logView->toPlainText().contains(QStringLiteral("Falha ao preparar pacote: ")
+                                                        + lastBox().text.section(u'\n', 0, 0)));
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void incompletePackageIsRefusedAndStagingRemoved()
+    {
+        publish(ZipFile()
+                    .file(QStringLiteral("Tessarine/windows/Tessarine.exe"), QStringLiteral("x"))
+                    .bytes());
+        const QStringList before = drive->tree();
+        agreeToUpdate();
+        QVERIFY2(lastBox().text.startsWith(QStringLiteral("Pacote sem arquivo obrigatório: "))
+                     && lastBox().text.endsWith(QStringLiteral("platforms/qwindows.dll")),
+                 qPrintable(lastBox().text));
+        compareWarning(lastBox().text);
+        QCOMPARE(newLogLines(),
+                 QStringList{QStringLiteral("Falha ao preparar pacote: ") + lastBox().text});
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void stagingLiesInTheBundleRootUnderATimeStamp()
+    {
+        QStringList seen;
+        whenSynced = [&] {
+            if (seen.isEmpty())
+                seen = drive->names(QStringLiteral("Tessarine")).filter(QStringLiteral(".update-"));
+        };
+        agreeToUpdate();
+        QVERIFY(QRegularExpression(QStringLiteral("^\\.update-\\d{14}/$"))
+                    .match(seen.first())
+                    .hasMatch());
+        const QString staging = seen.first().chopped(1);
+        const auto made = QDateTime::fromString(staging.mid(8) + QStringLiteral("Z"),
+                                                QStringLiteral("yyyyMMddHHmmsst"));
+        QVERIFY(qAbs(made.secsTo(QDateTime::currentDateTimeUtc())) < 60);
+        QVERIFY(seen.contains(staging + QStringLiteral("/package.zip")));
+        QVERIFY(seen.contains(staging + QStringLiteral("/extracted/Tessarine/linux/Tessarine")));
+    }
+
+    // ---- replacement
+
+    void failedWindowsSwapLeavesBothOldBundles() { compareFailedSwap(QStringLiteral("windows")); }
+
+    void failedLinuxSwapBringsTheWindowsBundleBack() { compareFailedSwap(QStringLiteral("linux")); }
+
+    void failedStateFileKeepsNewBundlesAndBothBackups()
+    {
+        const QString statePath = QStringLiteral("Tessarine/update-state.json");
+        QFile::remove(drive->path(statePath));
+        drive->makeDirectory(statePath);
+        agreeToUpdate();
+        const QString text = QStringLiteral("Não foi possível abrir o arquivo de estado: %1")
+                                 .arg(drive->path(statePath));
+        compareWarning(text);
+        QCOMPARE(newLogLines().last(), QStringLiteral("Falha ao aplicar atualização: ") + text);
+        QCOMPARE(stampedBundleNames(),
+                 QStringList({"README.txt", "linux", "linux.backup-TIME", "update-state.json",
+                              "windows", "windows.backup-TIME"}));
+        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.1.0"));
+        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
+        const QString backup = bundleNames().filter(QStringLiteral("windows.backup-")).first();
+        QCOMPARE(read(backup + QStringLiteral("/old.dll")), QByteArray("1.0.0"));
+    }
+
+    void fullDriveKeepsTheOldStateAndReportsIt()
+    {
+        prepareDrive(smallDrive());
+        const QByteArray before = read(QStringLiteral("update-state.json"));
+        int syncs = 0;
+        whenSynced = [&] { // the last one before the state file is written
+            if (++syncs == 5)
+                drive->fill();
+        };
+        agreeToUpdate();
+        compareWarning(QStringLiteral("Não foi possível salvar o arquivo de estado: %1")
+                           .arg(updateStatePath(drive->path())));
+        QCOMPARE(read(QStringLiteral("update-state.json")), before);
+        QCOMPARE(stampedBundleNames(),
+                 QStringList({"README.txt", "linux", "linux.backup-TIME", "update-state.json",
+                              "windows", "windows.backup-TIME"}));
+    }
+
+    void driveIsSyncedBeforeTheFirstRenameAfterEachAndBeforeTheBackupsGo()
+    {
+        QList<QStringList> seen;
+        QStringList versions;
+        whenSynced = [&] {
+            seen.append(stampedBundleNames());
+            versions.append(readInstalledVersion(drive->path()));
+        };
+        agreeToUpdate();
+        const QString staging = QStringLiteral(".update-TIME");
+        const QString readme = QStringLiteral("README.txt");
+        const QString stateFile = QStringLiteral("update-state.json");
+        QCOMPARE(seen, QList<QStringList>(
+                           {{staging, readme, "linux", stateFile, "windows"},
+                            {staging, readme, "linux", stateFile, "windows.backup-TIME"},
+                            {staging, readme, "linux", stateFile, "windows", "windows.backup-TIME"},
+                            {staging, readme, "linux.backup-TIME", stateFile, "windows",
+                             "windows.backup-TIME"},
+                            {staging, readme, "linux", "linux.backup-TIME", stateFile, "windows",
+                             "windows.backup-TIME"},
+                            {staging, readme, "linux", "linux.backup-TIME", stateFile, "windows",
+                             "windows.backup-TIME"}}));
+        QCOMPARE(versions, QStringList({"1.0.0", "1.0.0", "1.0.0", "1.0.0", "1.0.0", "1.1.0"}));
+    }
+
+    // ---- a drive whose medium fails after it has taken the writes
+
+    void mediumThatFailsUnderTheStagedFilesIsAFailedExtraction()
+    {
+        prepareDrive(failingDrive());
+        const QStringList before = drive->tree();
+        agreeToUpdateLosingTheMediumAtSync(1);
+        const QString text =
+            QStringLiteral("Falha ao extrair ZIP: ") + QString::fromLocal8Bit(strerror(EIO));
+        compareWarning(text);
+        QCOMPARE(newLogLines(), QStringList{QStringLiteral("Falha ao preparar pacote: ") + text});
+        QCOMPARE(drive->tree(), before);
+    }
+
+    // Linux tells each write error once to everybody who had the drive open, and to nobody later.
+    void mediumThatFailedBeforeTheSyncIsNoticedAlthoughSomebodyElseWasTold()
+    {
+        prepareDrive(failingDrive());
+        const QStringList before = drive->tree();
+        whenSynced = [this] {
+            whenSynced = nullptr;
+            drive->loseMedium();
+            QVERIFY(!FileSystemSync(drive->path()).sync());
+        };
+        agreeToUpdate();
+        QVERIFY(lastBox().text.startsWith(QStringLiteral("Falha ao extrair ZIP: ")));
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void mediumThatFailsAtARenameBringsBothOldBundlesBack_data()
+    {
+        QTest::addColumn<int>("sync");
+        QTest::addColumn<QString>("text");
+        const QString backup = QStringLiteral("Não foi possível criar backup de: %1");
+        const QString replacement = QStringLiteral("Não foi possível aplicar novo bundle em: %1");
+        const auto row = [](const char *name, int sync, const QString &text,
+                            const QString &platform) {
+            QTest::newRow(name) << sync << text.arg(QStringLiteral("%1/Tessarine/") + platform);
+        };
+        row("the old Windows bundle's", 2, backup, QStringLiteral("windows"));
+        row("the new Windows bundle's", 3, replacement, QStringLiteral("windows"));
+        row("the old Linux bundle's", 4, backup, QStringLiteral("linux"));
+        row("the new Linux bundle's", 5, replacement, QStringLiteral("linux"));
+    }
+
+    void mediumThatFailsAtARenameBringsBothOldBundlesBack()
+    {
+        QFETCH(int, sync);
+        QFETCH(QString, text);
+        prepareDrive(failingDrive());
+        const QStringList before = drive->tree();
+        agreeToUpdateLosingTheMediumAtSync(sync);
+        compareWarning(text.arg(drive->path()));
+        QCOMPARE(newLogLines(),
+                 QStringList{QStringLiteral("Falha ao aplicar atualização: ") + lastBox().text});
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void mediumThatFailsAtTheStateFileKeepsBothBackups()
+    {
+        prepareDrive(failingDrive());
+        agreeToUpdateLosingTheMediumAtSync(6);
+        compareWarning(QStringLiteral("Não foi possível salvar o arquivo de estado: %1")
+                           .arg(updateStatePath(drive->path())));
+        QCOMPARE(stampedBundleNames(),
+                 QStringList({"README.txt", "linux", "linux.backup-TIME", "update-state.json",
+                              "windows", "windows.backup-TIME"}));
+        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.1.0"));
+        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
+        const QString backup = bundleNames().filter(QStringLiteral("windows.backup-")).first();
+        QCOMPARE(read(backup + QStringLiteral("/old.dll")), QByteArray("1.0.0"));
+    }
+
+    // ---- a drive that goes away while the package is fetched
+
+    void driveThatIsGoneBeforeTheStagingIsNotReplacedByTheHostsDisk_data()
+    {
+        QTest::addColumn<bool>("directoryStays");
+        QTest::newRow("its mount directory is gone with it") << false;
+        QTest::newRow("a directory of the host shows instead") << true;
+    }
+
+    void driveThatIsGoneBeforeTheStagingIsNotReplacedByTheHostsDisk()
+    {
+        QFETCH(bool, directoryStays);
+        const Drive host;
+        if (directoryStays)
+            host.write(QStringLiteral("mount/Tessarine/windows/Tessarine.exe"), "host");
+        const QString mountPoint = host.makeDirectory(QStringLiteral("mount"));
+        const QStringList before = directoryStays ? host.tree() : QStringList();
+        prepareDrive(smallDrive());
+        auto mount = std::make_unique<BindMount>(drive->path(), mountPoint);
+        openWindowOver({mountedVolume(QStringLiteral("PEN"), mountPoint)});
+        user->willAnswer([&](QMessageBox *box) {
+            mount.reset();
+            if (!directoryStays)
+                QDir().rmdir(mountPoint);
+            MessageBoxUser::pressing(QStringLiteral("Sim"))(box);
+        });
+        update();
+        compareWarning(QStringLiteral("Não foi possível criar área temporária na unidade USB."));
+        QCOMPARE(newLogLines(), QStringList());
+        QCOMPARE(host.tree(), before);
+    }
+};
+
+TESSARINE_UPDATE_TEST_MAIN(UpdateOnDriveTest)
+#include "update_on_drive_test.moc"

@@ -42,7 +42,18 @@ def fetch(served, address, *options, user=()):
         capture_output=True, text=True, check=False)
 
 
-@pytest.mark.parametrize('user', [(), ORDINARY_USER], ids=['root', 'ordinary-user'])
+WITHOUT_HOSTS_FILE = ['unshare', '--mount', '--', 'sh', '-euc', """
+mount --no-mtab -t tmpfs own /mnt
+mkdir /mnt/changes /mnt/work
+mount --no-mtab -t overlay -o lowerdir=/etc,upperdir=/mnt/changes,workdir=/mnt/work own /etc
+rm -f /etc/hosts
+exec "$@"
+""", 'sh']
+
+
+@pytest.mark.parametrize('user', [
+    (), ORDINARY_USER, WITHOUT_HOSTS_FILE, [*WITHOUT_HOSTS_FILE, *ORDINARY_USER],
+], ids=['root', 'ordinary-user', 'root-without-hosts-file', 'ordinary-user-without-hosts-file'])
 def test_host_is_this_machine_and_authority_is_trusted(served, user):
     answer = fetch(served, 'https://vendor.example/hello',
                    '--host', 'vendor.example', '--authority', served / 'ca.pem', user=user)

@@ -15,6 +15,7 @@ def test_demo_shows_what_it_claims():
     old.parent.mkdir(exist_ok=True)
     old.touch()
     environment = {key: value for key, value in os.environ.items() if key != 'DISPLAY'}
+    environment['PATH'] = '/usr/bin:/bin'  # an ordinary user's, without ldconfig
     demo = subprocess.run([ROOT / 'tools' / 'demo', os.environ['TESSARINE_BINARY_DIR']],
                           env=environment, stdout=subprocess.PIPE, text=True, check=False)
     print(demo.stdout)

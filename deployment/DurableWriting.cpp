@@ -29,41 +29,35 @@ long fileSystemType(int descriptor)
     return fstatfs(descriptor, &fileSystem) == 0 ? static_cast<long>(fileSystem.f_type) : 0;
 }
 
-bool isFat(int descriptor)
-{
-    return fileSystemType(descriptor) == MSDOS_SUPER_MAGIC;
-}
-
-// Where the kernel itself writes a file's pages to a block device, write-back reports every byte
-// that the medium refused.
-bool reportsWriteBack(int descriptor)
-{
-    const long type = fileSystemType(descriptor);
-    return type == MSDOS_SUPER_MAGIC || type == EXFAT_SUPER_MAGIC || type == EXT4_SUPER_MAGIC;
-}
-
 bool syncFile(int descriptor)
 {
     return TEMP_FAILURE_RETRY(fsync(descriptor)) == 0;
 }
 
-// Judges the bytes of a file before it gets its name. commit() syncs the file as well, without a
-// look at the result; write-back finds a failing medium without paying for a second flush of the
-// drive's cache.
-bool reachesMedium(int descriptor)
+// Judges a file before it gets its name, since commit() syncs it as well but doesn't look at what
+// comes of that. On ext4 write-back finds a failing medium without a second commit of the journal,
+// whose own failure makes the rename fail; elsewhere the file's size and place must be seen to
+// arrive too.
+bool reachesMedium(int descriptor, long fileSystem)
 {
-    return reportsWriteBack(descriptor) ? sync_file_range(descriptor, 0, 0, writeAndWait) == 0
-                                        : syncFile(descriptor);
+    return fileSystem == EXT4_SUPER_MAGIC ? sync_file_range(descriptor, 0, 0, writeAndWait) == 0
+                                          : syncFile(descriptor);
 }
 
-bool syncNamed(const QString &path)
+// On FAT a renamed file's entry says what the replaced file's said, or nothing, until its inode is
+// written again; and the replaced file's blocks are given away as soon as nobody has it open.
+bool commitOnFat(QSaveFile *file)
 {
-    const int descriptor = open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
+    QFile replaced(file->fileName());
+    replaced.open(QIODevice::ReadOnly);
+    if (!file->commit())
         return false;
-    const bool synced = syncFile(descriptor);
-    close(descriptor);
-    return synced;
+    QFile renamed(file->fileName());
+    if (renamed.open(QIODevice::ReadOnly) && syncFile(renamed.handle()))
+        return true;
+    // What the medium may hold in part must not pass for a whole copy.
+    renamed.remove();
+    return false;
 }
 
 } // namespace
@@ -79,17 +73,10 @@ bool writeBackChunk(QSaveFile *file, qint64 size)
 
 bool commitFlushed(QSaveFile *file)
 {
-    const bool onFat = isFat(file->handle());
-    if (!file->flush() || !reachesMedium(file->handle()))
+    const long fileSystem = fileSystemType(file->handle());
+    if (!file->flush() || !reachesMedium(file->handle(), fileSystem))
         file->cancelWriting();
-    if (!file->commit())
-        return false;
-    // A renamed file is empty on FAT's medium until its inode is written again. Unless that is
-    // known to have happened, it must not pass for a whole copy.
-    if (!onFat || syncNamed(file->fileName()))
-        return true;
-    QFile::remove(file->fileName());
-    return false;
+    return fileSystem == MSDOS_SUPER_MAGIC ? commitOnFat(file) : file->commit();
 }
 
 FileSystemSync::FileSystemSync(const QString &directory)

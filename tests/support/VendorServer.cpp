@@ -54,7 +54,8 @@ VendorRequest parsedRequest(const QByteArray &line)
                           {}};
     const QJsonArray headers = json.value(QStringLiteral("headers")).toArray();
     for (const auto &header : headers) {
-        request.headers.append({header[0].toString().toLatin1(), header[1].toString().toLatin1()});
+        request.headers.append(
+            {header[0].toString().toLatin1().toLower(), header[1].toString().toLatin1()});
     }
     return request;
 }
@@ -64,7 +65,7 @@ VendorRequest parsedRequest(const QByteArray &line)
 QByteArray VendorRequest::header(const QByteArray &name) const
 {
     for (const auto &[key, value] : headers) {
-        if (key == name)
+        if (key == name.toLower())
             return value;
     }
     return {};

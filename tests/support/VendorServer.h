@@ -16,10 +16,11 @@ namespace TestSupport
 struct VendorRequest {
     QString listener; // "good", "expired", "self-signed", "wrong-host" or "plain"
     QString method;
-    QString path; // with the query
-    QList<QPair<QByteArray, QByteArray>> headers;
+    QString path;                                 // with the query
+    QList<QPair<QByteArray, QByteArray>> headers; // names in lower case
 
-    // The value of the first header of that exact name, null if there is none.
+    // The value of the first header of that name in any case (RFC 9110, 5.1), null if there is
+    // none.
     QByteArray header(const QByteArray &name) const;
 };
 

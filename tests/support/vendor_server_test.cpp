@@ -7,6 +7,7 @@
 #include <memory>
 
 using TestSupport::VendorBehaviour;
+using TestSupport::VendorRequest;
 using TestSupport::VendorServer;
 
 namespace
@@ -89,8 +90,17 @@ private Q_SLOTS:
         QByteArrayList names;
         for (const auto &[name, value] : requests[0].headers)
             names.append(name);
-        QVERIFY(names.contains("User-Agent"));
-        QVERIFY(names.indexOf("User-Agent") < names.indexOf("Accept"));
+        QVERIFY(names.contains("user-agent"));
+        QVERIFY(names.indexOf("user-agent") < names.indexOf("accept"));
+    }
+
+    void findsHeadersInAnyCase()
+    {
+        const VendorServer server;
+        client.fetch(server.url("/file"));
+        const VendorRequest request = server.requests().first();
+        QCOMPARE(request.header("ACCEPT"), QByteArray("*/*"));
+        QCOMPARE(request.header("accept"), QByteArray("*/*"));
     }
 
     void certificatesFailForTheReasonOfTheirName_data()

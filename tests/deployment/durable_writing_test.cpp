@@ -44,8 +44,9 @@ private Q_SLOTS:
         QCOMPARE(drive.tree(), QStringList{"file: new"});
     }
 
-    // The reason why the function exists: this fails once a later Qt looks for itself.
-    void committingAloneCutsAFileOnAFullDrive()
+    // The reason why the function exists: older Qt commits without a look at its last writing, so
+    // that nothing is left of the file. Newer Qt looks for itself.
+    void committingAloneCutsAFileOnAFullDriveUnlessQtLooks()
     {
         const Drive drive = Drive::tmpfs(65'536);
         drive.write("file", "old");
@@ -53,8 +54,9 @@ private Q_SLOTS:
         QSaveFile file(drive.path("file"));
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(QByteArray(100, 'n')), 100);
-        QVERIFY(file.commit());
-        QCOMPARE(drive.read("file"), QByteArray());
+        const bool committed = file.commit();
+        qInfo("This Qt %s", committed ? "cuts the file" : "looks for itself");
+        QCOMPARE(drive.read("file"), committed ? QByteArray() : QByteArray("old"));
     }
 
     void bufferedBytesThatDoNotFitLeaveTheOldFile_data()

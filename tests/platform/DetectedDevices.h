@@ -2,6 +2,7 @@
 
 #include "platform/linux/LinuxDeviceManager.h"
 
+#include <QStorageInfo>
 #include <QStringList>
 
 namespace TestSupport
@@ -34,6 +35,16 @@ inline QString mountedVolume(const QString &device, const QString &mountPoint,
 {
     return QStringLiteral("%1:%2|%1|%2|%2|%3|removable|mounted")
         .arg(device, mountPoint, fileSystem);
+}
+
+// The line of a mounted volume with a label. That of a file system in memory is known to older Qt
+// alone: newer Qt calls the volume by its mount point.
+inline QString labelledVolume(const QString &device, const QString &label,
+                              const QString &mountPoint, const QString &fileSystem = "tmpfs")
+{
+    const bool isLabelKnown = !QStorageInfo(mountPoint).name().isEmpty();
+    return QStringLiteral("%1:%2|%1|%3|%2|%4|removable|mounted")
+        .arg(device, mountPoint, isLabelKnown ? label : mountPoint, fileSystem);
 }
 
 // The line of a device that has no label and isn't mounted.

@@ -15,7 +15,7 @@ namespace TestSupport
 namespace
 {
 
-const char mountTable[] = "/proc/self/mountinfo";
+const char mountTablePath[] = "/proc/self/mountinfo";
 
 // Writing to the real ones would change the machine that the tests run on.
 void requirePrivateMachine()
@@ -112,18 +112,25 @@ void Machine::bind(const QString &existing, const QString &place)
     mountAt(existing, place, nullptr, MS_BIND, nullptr);
 }
 
+QByteArray Machine::mountTable() const
+{
+    QFile table(QString::fromLatin1(mountTablePath));
+    require(table.open(QIODevice::ReadOnly), table.fileName());
+    return table.readAll();
+}
+
 void Machine::setMountTable(const QByteArray &text)
 {
     const QString file = QStringLiteral("/run/mountinfo");
     writeFile(file, text);
-    bind(file, QString::fromLatin1(mountTable));
+    bind(file, QString::fromLatin1(mountTablePath));
 }
 
 void Machine::makeMountTableUnreadable()
 {
     const QString node = QStringLiteral("/run/no-device");
     require(mknod(QFile::encodeName(node).constData(), S_IFBLK | 0600, 0) == 0, node);
-    bind(node, QString::fromLatin1(mountTable));
+    bind(node, QString::fromLatin1(mountTablePath));
 }
 
 void Machine::mountAt(const QString &source, const QString &target, const char *type,

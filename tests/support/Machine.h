@@ -35,7 +35,9 @@ public:
     // Shows a directory or a file at a second place as well.
     void bind(const QString &existing, const QString &place);
 
-    // What reading /proc/self/mountinfo gives from now on. It is then a file with a size.
+    // What reading /proc/self/mountinfo gives.
+    QByteArray mountTable() const;
+    // What it gives from now on. It is then a file with a size.
     void setMountTable(const QByteArray &text);
     // Opening /proc/self/mountinfo fails from now on, as root too.
     void makeMountTableUnreadable();

@@ -123,6 +123,7 @@ QByteArray CryptoManager::deriveKey(const QByteArray &password,
     const auto hmac = [&password](const QByteArray &message) {
         return QMessageAuthenticationCode::hash(message, password, QCryptographicHash::Sha256);
     };
+    // PBKDF2: each block is the function F of RFC 8018, section 5.2.
     QByteArray key;
     for (quint32 blockNumber = 1; key.size() < params.keyLength; ++blockNumber) {
         QByteArray bigEndianNumber(sizeof blockNumber, Qt::Uninitialized);

@@ -10,6 +10,7 @@
 #include <QTextStream>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace Tessarine::Platform::Linux
@@ -18,7 +19,8 @@ namespace Tessarine::Platform::Linux
 namespace
 {
 
-// The first line of a small file such as sysfs has them, trimmed; null if it can't be opened.
+// The first line of a file, without white space around it; null if it can't be opened. An attribute
+// of a device in sysfs is such a line.
 QString readFirstLine(const QString &path)
 {
     QFile file(path);
@@ -209,8 +211,61 @@ void addMountedVolumes(Findings *found)
     }
 }
 
-// Volumes that Qt doesn't list, at most one record for each device. False if the table can't be
-// opened.
+// What the program reads of a line of the mount table.
+struct MountTableEntry {
+    QString mountPoint;
+    QString fileSystemType;
+    QString mountSource;
+};
+
+// Takes apart a line of /proc/self/mountinfo, see proc(5): fields on both sides of " - ", the ones
+// before it of varying number. Nothing for a line that isn't one.
+std::optional<MountTableEntry> parseMountTableLine(const QString &line)
+{
+    const QString separator = QStringLiteral(" - ");
+    const qsizetype middle = line.indexOf(separator);
+    if (middle < 0)
+        return std::nullopt;
+    const QStringList left = line.left(middle).split(QLatin1Char(' '), Qt::KeepEmptyParts);
+    const QStringList right =
+        line.mid(middle + separator.size()).split(QLatin1Char(' '), Qt::KeepEmptyParts);
+    if (left.size() < 5 || right.size() < 3)
+        return std::nullopt;
+    return MountTableEntry{.mountPoint = decodeMountInfoToken(left.at(4)),
+                           .fileSystemType = decodeMountInfoToken(right.at(0)),
+                           .mountSource = decodeMountInfoToken(right.at(1))};
+}
+
+// A volume that isn't known yet: of each device the first one in the table.
+void addMountTableEntry(const MountTableEntry &entry, Findings *found)
+{
+    if (!entry.mountSource.startsWith(QLatin1String("/dev/"))
+        || found->knownMountPoints.contains(entry.mountPoint))
+        return;
+
+    const QString blockName = blockNameOf(entry.mountSource);
+    if (found->knownDevices.contains(blockName))
+        return;
+    const bool usb = isUsbBlockDevice(blockName);
+    const bool removable = isRemovableBlockDevice(blockName);
+    if (!usb || isOpticalBlockDevice(blockName))
+        return;
+
+    const QStorageInfo info(entry.mountPoint);
+    const bool rootKnown = info.isValid() && !info.rootPath().isEmpty();
+    const QString root = rootKnown ? info.rootPath() : entry.mountPoint;
+    found->addMounted({.id = QStringLiteral("%1:%2").arg(entry.mountSource, root),
+                       .devicePath = entry.mountSource,
+                       .label = labelOf(info, entry.mountSource, root),
+                       .mountPoint = root,
+                       .fileSystem = entry.fileSystemType.isEmpty()
+                                         ? QString::fromUtf8(info.fileSystemType())
+                                         : entry.fileSystemType,
+                       .removable = removable,
+                       .mounted = true});
+}
+
+// Volumes that Qt doesn't list. False if the table can't be opened.
 bool addMountTableEntries(Findings *found)
 {
     QFile file(QStringLiteral("/proc/self/mountinfo"));
@@ -221,44 +276,8 @@ bool addMountTableEntries(Findings *found)
     // A /proc file has size zero, and atEnd() takes that for its end: test first, as the list
     // relies on it.
     while (!table.atEnd()) {
-        const QString separator = QStringLiteral(" - ");
-        const QString line = table.readLine();
-        const qsizetype middle = line.indexOf(separator);
-        if (middle < 0)
-            continue;
-        const QStringList left = line.left(middle).split(QLatin1Char(' '), Qt::KeepEmptyParts);
-        const QStringList right =
-            line.mid(middle + separator.size()).split(QLatin1Char(' '), Qt::KeepEmptyParts);
-        if (left.size() < 5 || right.size() < 3)
-            continue;
-        const QString mountPoint = decodeMountInfoToken(left.at(4));
-        const QString fileSystemType = decodeMountInfoToken(right.at(0));
-        const QString mountSource = decodeMountInfoToken(right.at(1));
-
-        if (!mountSource.startsWith(QLatin1String("/dev/"))
-            || found->knownMountPoints.contains(mountPoint))
-            continue;
-
-        const QString blockName = blockNameOf(mountSource);
-        if (found->knownDevices.contains(blockName))
-            continue;
-        const bool usb = isUsbBlockDevice(blockName);
-        const bool removable = isRemovableBlockDevice(blockName);
-        if (!usb || isOpticalBlockDevice(blockName))
-            continue;
-
-        const QStorageInfo info(mountPoint);
-        const bool rootKnown = info.isValid() && !info.rootPath().isEmpty();
-        const QString root = rootKnown ? info.rootPath() : mountPoint;
-        found->addMounted({.id = QStringLiteral("%1:%2").arg(mountSource, root),
-                           .devicePath = mountSource,
-                           .label = labelOf(info, mountSource, root),
-                           .mountPoint = root,
-                           .fileSystem = fileSystemType.isEmpty()
-                                             ? QString::fromUtf8(info.fileSystemType())
-                                             : fileSystemType,
-                           .removable = removable,
-                           .mounted = true});
+        if (const auto entry = parseMountTableLine(table.readLine()))
+            addMountTableEntry(*entry, found);
     }
     return true;
 }

@@ -192,6 +192,14 @@ def test_setup_of_an_unknown_part_is_refused(setup):
     assert result.stderr == 'script/setup: script/packages.txt has no part "dem".\n'
 
 
+def test_readme_gives_the_reason_of_each_package_and_of_no_other():
+    listed = {line for line in (ROOT / 'script/packages.txt').read_text().splitlines()
+              if line and line[0] not in '#['}
+    table = (ROOT / 'README.md').read_text().split('| package | why |\n|---|---|\n')[1].split('\n\n')[0]
+    explained = [name for row in table.splitlines() for name in row.split('|')[1].strip().split(', ') if name]
+    assert sorted(explained) == sorted(listed)
+
+
 # --- the report of script/test ---
 
 PRESETS = '''{"version": 6,

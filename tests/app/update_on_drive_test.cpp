@@ -198,6 +198,26 @@ private Q_SLOTS:
         QCOMPARE(versions, QStringList({"1.0.0", "1.0.0", "1.0.0", "1.0.0", "1.0.0", "1.1.0"}));
     }
 
+    // ---- a drive that an earlier update was cut on
+
+    // What the README and the help page tell the user to do.
+    void backupThatIsRenamedBackIsUpdatedAgain()
+    {
+        const QString backup =
+            drive->path(QStringLiteral("Tessarine/windows.backup-20260101000000"));
+        const QString windows = drive->path(QStringLiteral("Tessarine/windows"));
+        QVERIFY(QDir().rename(windows, backup));
+        drive->write(QStringLiteral("Tessarine/.update-20260101000000/package.zip"), "part");
+        QVERIFY(QDir().rename(backup, windows));
+        agreeToUpdate();
+        QVERIFY(lastBox().text.startsWith(QStringLiteral("Atualização concluída.")));
+        QVERIFY(QDir(drive->path(QStringLiteral("Tessarine/.update-20260101000000")))
+                    .removeRecursively());
+        QCOMPARE(bundleNames(),
+                 QStringList({"README.txt", "linux", "update-state.json", "windows"}));
+        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.1.0"));
+    }
+
     // ---- a drive whose medium fails after it has taken the writes
 
     void mediumThatFailsUnderTheStagedFilesIsAFailedExtraction()

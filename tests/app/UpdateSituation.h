@@ -10,6 +10,7 @@
 #include "tests/support/Drive.h"
 #include "tests/support/FakeDeviceManager.h"
 #include "tests/support/MessageBoxUser.h"
+#include "tests/support/Missing.h"
 #include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/VendorServer.h"
@@ -107,7 +108,7 @@ public:
         drive->write(QStringLiteral("documento.txt"), "precious");
         QString error;
         if (!writeUpdateState(drive->path(), QStringLiteral("1.0.0"), {}, &error))
-            qFatal("%s", qPrintable(error));
+            TestSupport::reportMissing(error);
         openWindowOver({mountedVolume(QStringLiteral("PEN"), drive->path())});
     }
 

@@ -50,10 +50,7 @@ QPushButton *closeButtonOf(const QDialog &dialog)
 
 ConfigAboutDialog *openDialog()
 {
-    auto *dialog = dynamic_cast<ConfigAboutDialog *>(QApplication::activeModalWidget());
-    if (dialog == nullptr)
-        qFatal("The dialog isn't open");
-    return dialog;
+    return dynamic_cast<ConfigAboutDialog *>(QApplication::activeModalWidget());
 }
 
 // Opens the dialog from the menu and does something with it; a dialog that stays is closed.
@@ -61,6 +58,7 @@ void whileOpen(ConfigWindow *window, const std::function<void(ConfigAboutDialog 
 {
     QTimer::singleShot(0, window, [&act] {
         ConfigAboutDialog *dialog = openDialog();
+        QVERIFY2(dialog != nullptr, "The dialog isn't open");
         act(dialog);
         if (dialog->isVisible()) {
             dialog->hide();
@@ -104,6 +102,7 @@ private Q_SLOTS:
         QCOMPARE(dialog.layout()->itemAt(1)->spacerItem()->sizeHint().height(), 8);
         QCOMPARE(rootItem<QLabel>(dialog, 2)->text(), QStringLiteral("Componentes relevantes:"));
         QVERIFY(rootItem<QTextEdit>(dialog, 3) != nullptr);
+        QCOMPARE(rootItem<QLabel>(dialog, 2)->buddy(), rootItem<QTextEdit>(dialog, 3));
         QVERIFY(rootItem<QLabel>(dialog, 4) != nullptr);
         QVERIFY(rootItem<QDialogButtonBox>(dialog, 5) != nullptr);
     }
@@ -171,7 +170,7 @@ private Q_SLOTS:
         QCOMPARE(lines.size(), 4);
         QCOMPARE(lines.at(0), QStringLiteral("Preparador e atualizador de unidades USB Tessarine"));
         QCOMPARE(lines.at(1), QStringLiteral("Versão 7.8.9-test"));
-        QVERIFY(lines.at(2).contains(QStringLiteral("Velmora Sistemas")));
+        QCOMPARE(lines.at(2), QStringLiteral("Copyright © 2026 Velmora Sistemas"));
         QCOMPARE(lines.at(3), QStringLiteral("Todos os direitos reservados."));
     }
 
@@ -207,8 +206,13 @@ private Q_SLOTS:
         const ConfigAboutDialog dialog(nullptr);
         const auto *notice = rootItem<QLabel>(dialog, 4);
         QVERIFY(notice->wordWrap());
-        QVERIFY(notice->text().contains(QStringLiteral("direitos autorais")));
-        QVERIFY(!notice->text().contains(QLatin1Char('\n')));
+        QCOMPARE(
+            notice->text(),
+            QStringLiteral("Aviso legal: este programa é protegido pela legislação de direitos "
+                           "autorais e por tratados internacionais. A reprodução ou a "
+                           "distribuição não autorizada deste programa, no todo ou em parte, "
+                           "pode resultar em sanções civis e penais, que serão aplicadas na "
+                           "máxima extensão permitida pela lei."));
     }
 
     void fecharIsTheOnlyButtonAndAccepts()

@@ -140,9 +140,14 @@ private Q_SLOTS:
     {
         publishWith(QStringLiteral("version"), QStringLiteral("1.0.0"));
         QStringList seen{QStringLiteral("none yet")};
-        whenBoxShows([&] { seen = newLogLines(); });
+        bool isCovered = true;
+        whenBoxShows([&] {
+            seen = newLogLines();
+            isCovered = window->findChild<QProgressDialog *>()->isVisible();
+        });
         const QStringList before = drive->tree();
         update();
+        QVERIFY(!isCovered);
         compareInformation(QStringLiteral("A unidade já está atualizada.\n\n"
                                           "Versão instalada: 1.0.0\nVersão disponível: 1.0.0"));
         QCOMPARE(seen, QStringList());

@@ -1,5 +1,6 @@
 #include "tests/app/UpdateSituation.h"
 #include "tests/support/LiveMemory.h"
+#include "tests/support/OwnClock.h"
 
 namespace
 {
@@ -213,6 +214,41 @@ private Q_SLOTS:
         agreeToUpdate();
         QCOMPARE(checks, 3);
         QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
+    }
+
+    void eachFetchHasATimeLimitOfItsOwn_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<int>("limit");
+        QTest::newRow("manifest") << manifestPath << 30;
+        QTest::newRow("package") << packagePath << 600;
+    }
+    void eachFetchHasATimeLimitOfItsOwn()
+    {
+        QFETCH(QString, path);
+        QFETCH(int, limit);
+        const QString gate = QStringLiteral("limit ") + QString::number(limit);
+        server->answer(path, VendorBehaviour::gateHalfWay(gate));
+        const qsizetype requestsBefore = server->requests().size();
+        // One after the other, each with some turns of the event loop to take effect in. The gate
+        // ends a fetch that knows no limit.
+        QList<std::function<void()>> events{[&] { TestSupport::advanceClock(limit - 10); },
+                                            [&] { TestSupport::advanceClock(20); },
+                                            [&] { server->openGate(gate); }};
+        int turns = 0;
+        QTimer timer;
+        connect(&timer, &QTimer::timeout, this, [&] {
+            const auto requests = server->requests();
+            const bool isFetching =
+                requests.size() > requestsBefore && requests.last().path == path;
+            if (isFetching && !events.isEmpty() && ++turns % 10 == 0)
+                events.takeFirst()();
+        });
+        timer.start(10);
+        agreeToUpdate();
+        QCOMPARE(events.size(), 1);
+        const QUrl url = path == manifestPath ? manifestUrl() : server->url(path);
+        compareWarning(QStringLiteral("Tempo limite excedido ao acessar: ") + url.toString());
     }
 
     void nothingElseStartsDuringAFetch()

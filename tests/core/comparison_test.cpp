@@ -74,6 +74,12 @@ private Q_SLOTS:
         }
     }
 
+    void bytesBehindTheEndDoNotCount()
+    {
+        QVERIFY(manager.constantTimeEquals(QByteArray::fromRawData("abcX", 3),
+                                           QByteArray::fromRawData("abcY", 3)));
+    }
+
     void bytesBehindAZeroByteCount()
     {
         QVERIFY(!manager.constantTimeEquals(QByteArray("a\0b", 3), QByteArray("a\0c", 3)));

@@ -312,6 +312,7 @@ private Q_SLOTS:
         row("unknown capacity", 1'000'000, 1'000'000, 0, {});
         row("unknown capacity, no room", 2, 1, 0, noRoomMessage(2, 1));
         row("a capacity below four bytes", 1, 3, 3, tooBigMessage(3, 1));
+        row("the least capacity that is known", 1, 1, 1, tooBigMessage(1, 1));
         row("nothing to copy", 0, 1000, 1000, noBundle);
         row("nothing to copy is said first", 0, -1, 0, noBundle);
         row("beyond 32 bits", 5'000'000'000, 20'000'000'000, 20'000'000'000, {});

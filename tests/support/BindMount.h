@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Missing.h"
+
 #include <QFile>
 
 #include <sys/mount.h>
@@ -18,7 +20,7 @@ public:
         if (mount(QFile::encodeName(source).constData(), m_place.constData(), nullptr, MS_BIND,
                   nullptr)
             != 0)
-            qFatal("Can't bind %s", m_place.constData());
+            reportMissing(QStringLiteral("Can't bind ") + place);
     }
     ~BindMount() { umount2(m_place.constData(), MNT_DETACH); }
     BindMount(const BindMount &) = delete;

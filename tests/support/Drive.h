@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Missing.h"
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
@@ -26,7 +28,7 @@ public:
     Drive()
     {
         if (!m_directory.isValid())
-            qFatal("No temporary directory: %s", qPrintable(m_directory.errorString()));
+            reportMissing(QStringLiteral("No temporary directory: ") + m_directory.errorString());
         // Children without privileges must get in too.
         QFile::setPermissions(m_directory.path(), QFile::permissions(m_directory.path())
                                                       | QFile::ReadOther | QFile::ExeOther);
@@ -68,7 +70,7 @@ public:
         QFile file(path(name));
         if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size()
             || !file.flush())
-            qFatal("%s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
+            reportMissing(file.fileName() + QStringLiteral(": ") + file.errorString());
         return path(name);
     }
 
@@ -91,7 +93,7 @@ public:
     {
         makeDirectory(QFileInfo(name).path());
         if (!QFile::link(target, path(name)))
-            qFatal("Can't link %s", qPrintable(path(name)));
+            reportMissing(QStringLiteral("Can't link ") + path(name));
         return path(name);
     }
 
@@ -121,9 +123,11 @@ public:
 
     qint64 bytesFree() const { return QStorageInfo(path()).bytesAvailable(); }
 
-    // Takes the drive's room away with a file, all but so many bytes.
+    // Takes the drive's room away with a file, all but so many bytes. Never that of the machine.
     void fill(qint64 rest = 0, const QString &name = QStringLiteral("fill")) const
     {
+        if (!m_isMounted)
+            return reportMissing(QStringLiteral("Only a drive of its own can be filled"));
         QFile file(path(name));
         file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
         const QByteArray block(4096, 'f');
@@ -184,22 +188,25 @@ private:
 
     void mountWith(QStringList arguments)
     {
-        m_isMounted = true;
-        QDir().mkpath(path());
-        run(QStringLiteral("/usr/bin/mount"), arguments << path());
+        const QString place = m_directory.filePath(QStringLiteral("drive"));
+        QDir().mkpath(place);
+        m_isMounted = run(QStringLiteral("/usr/bin/mount"), arguments << place);
     }
 
     void remount(unsigned long flags) const
     {
         const QByteArray root = QFile::encodeName(path());
         if (mount(nullptr, root.constData(), nullptr, MS_REMOUNT | flags, nullptr) != 0)
-            qFatal("Can't remount %s", root.constData());
+            reportMissing(QStringLiteral("Can't remount ") + path());
     }
 
-    static void run(const QString &program, const QStringList &arguments)
+    // What the program itself says is shown beside it.
+    static bool run(const QString &program, const QStringList &arguments)
     {
-        if (QProcess::execute(program, arguments) != 0)
-            qFatal("%s failed", qPrintable(program));
+        const bool done = QProcess::execute(program, arguments) == 0;
+        if (!done)
+            reportMissing(program + u' ' + arguments.join(u' ') + QStringLiteral(" failed"));
+        return done;
     }
 
     static QString describe(const QString &path)

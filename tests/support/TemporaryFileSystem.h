@@ -17,6 +17,7 @@ public:
     explicit TemporaryFileSystem(const QString &directory, const char *options = "")
         : path(QFile::encodeName(directory))
     {
+        // Without it the test would write where others do.
         if (mount("tmpfs", path.constData(), "tmpfs", 0, options) != 0)
             qFatal("No file system can be mounted over %s", path.constData());
     }

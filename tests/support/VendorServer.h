@@ -61,7 +61,7 @@ private:
 // this object. While the object lives, that authority is the only one that Qt's TLS connections of
 // this process trust by default.
 //
-// A test that can't have its server ends there, with a message.
+// A test that can't have its server fails with a message.
 class VendorServer
 {
 public:

@@ -2,6 +2,7 @@
 #include "deployment/PortableBundleManager.h"
 #include "platform/linux/LinuxDeviceManager.h"
 
+#include <QAbstractItemView>
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
@@ -30,13 +31,16 @@
 #include <QNetworkRequest>
 #include <QPainter>
 #include <QPixmap>
+#include <QPlainTextEdit>
 #include <QProcess>
+#include <QProgressBar>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QRandomGenerator>
 #include <QSaveFile>
 #include <QScreen>
 #include <QStatusBar>
+#include <QStyleOptionComboBox>
 #include <QSysInfo>
 #include <QTextEdit>
 #include <QTimer>
@@ -71,13 +75,43 @@ QString applicationTitle()
     return QStringLiteral("Tessarine - Gerenciador");
 }
 
+// Text that can be walked through with a caret, by the keyboard and by a screen reader.
+constexpr auto readableText = Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard;
+
+// A box grows with its text, and its buttons leave the screen. A text that is too long for half of
+// the screen is shown in a pane that scrolls; the box's text stays the whole of it.
+void keepOnScreen(QMessageBox *box)
+{
+    auto *label = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_label"));
+    label->setWordWrap(true);
+    const QSize room = box->screen()->availableSize() / 2;
+    const int width = std::min(room.width(), 500);
+    if (label->heightForWidth(width) <= room.height()
+        && label->minimumSizeHint().width() <= room.width())
+        return;
+
+    auto *pane = new QPlainTextEdit(box->text(), box);
+    pane->setReadOnly(true);
+    pane->setTextInteractionFlags(readableText);
+    pane->setMinimumSize(width, room.height());
+    delete box->layout()->replaceWidget(label, pane);
+    label->hide();
+}
+
 // Qt takes a text that looks like HTML for HTML. Names of drives, files and servers are only ever
 // text, so the program's messages show every character as it stands.
 void showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &text)
 {
     QMessageBox box(icon, applicationTitle(), text, QMessageBox::Ok, parent);
     box.setTextFormat(Qt::PlainText);
+    keepOnScreen(&box);
     box.exec();
+}
+
+// For what has no text format of its own: HTML is all that keeps text that looks like it as it is.
+QString asLiteralText(const QString &text)
+{
+    return Qt::mightBeRichText(text) ? Qt::convertFromPlainText(text) : text;
 }
 
 void inform(QWidget *parent, const QString &text)
@@ -101,6 +135,7 @@ bool askYesNo(QWidget *parent, const QString &title, const QString &text)
     const QPushButton *yes = box.addButton(QStringLiteral("Sim"), QMessageBox::AcceptRole);
     QPushButton *no = box.addButton(QStringLiteral("Não"), QMessageBox::RejectRole);
     box.setDefaultButton(no);
+    keepOnScreen(&box);
     box.exec();
     return box.clickedButton() == yes;
 }
@@ -111,12 +146,18 @@ bool askYesNo(QWidget *parent, const QString &title, const QString &text)
 class CommandProgressDialog final : public QProgressDialog
 {
 public:
-    CommandProgressDialog(const QString &label, int maximum, QWidget *parent)
-        : QProgressDialog(label, QString(), 0, maximum, parent)
+    CommandProgressDialog(const QString &command, const QString &caption, int maximum,
+                          QWidget *parent)
+        : QProgressDialog(caption, QString(), 0, maximum, parent)
     {
         setWindowModality(Qt::ApplicationModal);
         setCancelButton(nullptr);
         setMinimumDuration(0);
+        setWindowFlag(Qt::CustomizeWindowHint);
+        setWindowFlag(Qt::WindowCloseButtonHint, false);
+        setAccessibleName(command);
+        // The bar is called what the caption says.
+        findChild<QLabel *>()->setBuddy(findChild<QProgressBar *>());
     }
 
     void reject() override {}
@@ -716,6 +757,8 @@ ConfigAboutDialog::ConfigAboutDialog(QWidget *parent)
     root->addWidget(componentsBox);
     root->addWidget(noticeLabel);
     root->addWidget(buttons);
+    root->activate();
+    setMinimumHeight(root->minimumHeightForWidth(width()));
 }
 
 QHBoxLayout *ConfigAboutDialog::createHeader()
@@ -820,6 +863,27 @@ QLabel *createSubtitleLabel(QWidget *parent)
     label->setWordWrap(true);
     return label;
 }
+
+// Elides a line that is too long for it in the middle: mount points differ at their ends.
+class DeviceComboBox final : public QComboBox
+{
+public:
+    explicit DeviceComboBox(QWidget *parent)
+        : QComboBox(parent)
+    {
+        view()->setTextElideMode(Qt::ElideMiddle);
+    }
+
+protected:
+    void initStyleOption(QStyleOptionComboBox *option) const override
+    {
+        QComboBox::initStyleOption(option);
+        const QRect field = style()->subControlRect(QStyle::CC_ComboBox, option,
+                                                    QStyle::SC_ComboBoxEditField, this);
+        option->currentText =
+            fontMetrics().elidedText(option->currentText, Qt::ElideMiddle, field.width() - 2);
+    }
+};
 
 QString panelStyleSheet()
 {
@@ -971,6 +1035,7 @@ void ConfigWindow::createContent(QWidget *backdrop)
     auto *panel = new QFrame(backdrop);
     panel->setObjectName(QStringLiteral("contentPanel"));
     panel->setLayout(createPanelLayout(marketingLabel, subtitleLabel));
+    setTabOrder(refreshButton, updateButton);
     panel->setStyleSheet(panelStyleSheet());
 
     auto *backdropLayout = new QVBoxLayout(backdrop);
@@ -980,7 +1045,7 @@ void ConfigWindow::createContent(QWidget *backdrop)
 
 void ConfigWindow::createControls(QWidget *backdrop)
 {
-    deviceCombo = new QComboBox(backdrop);
+    deviceCombo = new DeviceComboBox(backdrop);
     deviceCombo->setFixedWidth(340);
     deviceCombo->setEditable(false);
     windowsSourceLabel = new QLabel(backdrop);
@@ -992,6 +1057,7 @@ void ConfigWindow::createControls(QWidget *backdrop)
     updateButton = new QPushButton(QStringLiteral("Verificar atualizações"), backdrop);
     logView = new QTextEdit(backdrop);
     logView->setReadOnly(true);
+    logView->setTextInteractionFlags(readableText);
     logView->setFixedHeight(100);
     logView->setAccessibleName(QStringLiteral("Mensagens"));
 }
@@ -1100,8 +1166,7 @@ void ConfigWindow::locateSources()
 
 void ConfigWindow::log(const QString &line)
 {
-    // append() has no format of its own: HTML is all that keeps text that looks like it as it is.
-    logView->append(Qt::mightBeRichText(line) ? Qt::convertFromPlainText(line) : line);
+    logView->append(asLiteralText(line));
 }
 
 void ConfigWindow::refreshDevices()
@@ -1117,7 +1182,9 @@ void ConfigWindow::refreshDevices()
     int usableCount = 0;
     int candidate = -1;
     for (const UsbDevice &device : std::as_const(devices)) {
-        deviceCombo->addItem(deviceLine(device));
+        const QString line = deviceLine(device);
+        deviceCombo->addItem(line);
+        deviceCombo->setItemData(deviceCombo->count() - 1, asLiteralText(line), Qt::ToolTipRole);
         if (isUsable(device)) {
             ++usableCount;
             candidate = deviceCombo->count() - 1;
@@ -1173,7 +1240,8 @@ void ConfigWindow::prepareSelectedDevice()
                       .arg(device.mountPoint)))
         return;
 
-    CommandProgressDialog progress(QStringLiteral("Preparando unidade USB..."), 7, this);
+    CommandProgressDialog progress(QStringLiteral("Preparação da unidade USB"),
+                                   QStringLiteral("Preparando unidade USB..."), 7, this);
     const PreparationProgress showStep = [dialog = &progress](int step, int stepCount,
                                                               const QString &text) {
         dialog->setMaximum(stepCount);
@@ -1246,7 +1314,8 @@ void ConfigWindow::updateSelectedDevice()
     const QString bundleRoot = bundleRootOf(device.mountPoint);
     const std::optional<dev_t> fileSystem = FileSystemSync(bundleRoot).fileSystem();
 
-    CommandProgressDialog progress(QStringLiteral("Consultando manifesto de atualização..."), 6,
+    CommandProgressDialog progress(QStringLiteral("Atualização da unidade USB"),
+                                   QStringLiteral("Consultando manifesto de atualização..."), 6,
                                    this);
     progress.show();
     QString error;

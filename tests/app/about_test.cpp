@@ -68,6 +68,24 @@ void whileOpen(ConfigWindow *window, const std::function<void(ConfigAboutDialog 
     window->aboutAction->trigger();
 }
 
+// The size of the program's font in points, until the object goes.
+class FontSize
+{
+public:
+    explicit FontSize(int points)
+    {
+        QFont font = m_before;
+        font.setPointSize(points);
+        QApplication::setFont(font);
+    }
+    ~FontSize() { QApplication::setFont(m_before); }
+    FontSize(const FontSize &) = delete;
+    FontSize &operator=(const FontSize &) = delete;
+
+private:
+    QFont m_before = QApplication::font();
+};
+
 // Clicks where the button is on the screen: a modal dialog keeps the click from it.
 void clickRefreshButton(ConfigWindow *window)
 {
@@ -228,12 +246,23 @@ private Q_SLOTS:
         QCOMPARE(dialog.result(), int(QDialog::Accepted));
     }
 
+    void everythingFitsAtItsStartSize_data()
+    {
+        QTest::addColumn<int>("pointSize");
+        QTest::newRow("9 points") << 9;
+        QTest::newRow("11 points") << 11;
+        QTest::newRow("14 points") << 14;
+        QTest::newRow("20 points") << 20;
+    }
     void everythingFitsAtItsStartSize()
     {
+        QFETCH(int, pointSize);
+        const FontSize size(pointSize);
         ConfigAboutDialog dialog(nullptr);
         dialog.show();
         QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-        QCOMPARE(dialog.size(), QSize(720, 430));
+        QCOMPARE(dialog.size() == QSize(720, 430), pointSize < 14);
+        dialog.resize(720, 300);
         const QList<QLabel *> labels = dialog.findChildren<QLabel *>();
         for (const QLabel *label : labels) {
             const int width = label->width();

@@ -8,6 +8,8 @@
 #include "tests/support/ProgressWatch.h"
 #include "tests/support/TestMain.h"
 
+#include <QAccessible>
+#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QTest>
 
@@ -112,6 +114,11 @@ protected:
     }
 };
 
+QString accessibleNameOf(QWidget *widget)
+{
+    return QAccessible::queryAccessibleInterface(widget)->text(QAccessible::Name);
+}
+
 QString onlyBoxOf(const Desk &desk)
 {
     return desk.user.boxes.size() == 1 ? desk.user.boxes.first().text
@@ -179,6 +186,58 @@ private Q_SLOTS:
         QCOMPARE(formats, QList<Qt::TextFormat>(3, Qt::PlainText));
         for (const SeenBox &box : std::as_const(user.boxes))
             QCOMPARE(box.text, text);
+    }
+
+    void buttonsOfALongMessageAreOnTheScreenAndAllOfItCanBeRead_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("many lines") << QStringLiteral("uma linha de saída\n").repeated(200);
+        QTest::newRow("one long word") << QString(5000, u'x');
+        QTest::newRow("one long line") << QStringLiteral("palavra ").repeated(5000);
+    }
+    void buttonsOfALongMessageAreOnTheScreenAndAllOfItCanBeRead()
+    {
+        QFETCH(QString, text);
+        MessageBoxUser user;
+        QRect place;
+        bool buttonsAreInside = true;
+        QString shown;
+        const auto look = [&](QMessageBox *box) {
+            place = box->frameGeometry();
+            const QList<QAbstractButton *> buttons = box->buttons();
+            for (const QAbstractButton *button : buttons)
+                buttonsAreInside &= box->rect().contains(button->geometry());
+            const auto *pane = box->findChild<QPlainTextEdit *>();
+            shown = pane != nullptr && pane->isVisible() ? pane->toPlainText() : QString();
+            box->close();
+        };
+        user.willAnswer(look);
+        warn(nullptr, text);
+        QVERIFY(QGuiApplication::primaryScreen()->availableGeometry().contains(place));
+        QVERIFY(buttonsAreInside);
+        QCOMPARE(shown, text);
+        QCOMPARE(user.boxes.first().text, text);
+    }
+
+    void enterAnswersAQuestionWithALongText()
+    {
+        MessageBoxUser user;
+        user.willAnswer(MessageBoxUser::typing(Qt::Key_Return));
+        QVERIFY(
+            !askYesNo(nullptr, QStringLiteral("Título"), QStringLiteral("Texto\n").repeated(99)));
+        QCOMPARE(user.boxes.size(), 1);
+    }
+
+    void shortMessageHasNoPaneThatScrolls()
+    {
+        MessageBoxUser user;
+        bool hasPane = true;
+        user.willAnswer([&hasPane](QMessageBox *box) {
+            hasPane = box->findChild<QPlainTextEdit *>() != nullptr;
+            box->close();
+        });
+        inform(nullptr, QStringLiteral("Doze linhas de oitenta letras cabem.\n").repeated(12));
+        QVERIFY(!hasPane);
     }
 
     // ------------------------------------------------------------ checks before the run
@@ -539,6 +598,33 @@ private Q_SLOTS:
         };
         desk.prepare();
         QCOMPARE(desk.progress.appearances, 1);
+    }
+
+    void dialogHasNoCloseButton()
+    {
+        Desk desk;
+        desk.progress.asItAppears = [](QProgressDialog *dialog) {
+            QVERIFY(!dialog->windowFlags().testFlag(Qt::WindowCloseButtonHint));
+            QVERIFY(dialog->windowFlags().testFlag(Qt::WindowTitleHint));
+        };
+        desk.prepare();
+        QCOMPARE(desk.progress.appearances, 1);
+    }
+
+    void dialogAndBarHaveNamesForAScreenReader()
+    {
+        Desk desk;
+        addLargeFile(desk);
+        QString dialogName;
+        QString barName;
+        desk.progress.whileItStands = [&](QProgressDialog *dialog) {
+            dialogName = accessibleNameOf(dialog);
+            dialog->setLabelText(QStringLiteral("Copiando bundle Windows..."));
+            barName = accessibleNameOf(dialog->findChild<QProgressBar *>());
+        };
+        desk.prepare();
+        QCOMPARE(dialogName, QStringLiteral("Preparação da unidade USB"));
+        QCOMPARE(barName, QStringLiteral("Copiando bundle Windows..."));
     }
 
     void dialogFollowsTheStages()

@@ -44,7 +44,7 @@ QByteArray pictureOf(const QWidget &window, const QString &file)
 
 QImage dialogAt(int value, int maximum, const QString &caption, const QSize &size)
 {
-    CommandProgressDialog dialog(caption, maximum, nullptr);
+    CommandProgressDialog dialog(QString(), caption, maximum, nullptr);
     dialog.findChild<QProgressBar *>()->setValue(value);
     dialog.resize(size);
     return dialog.grab().toImage().convertToFormat(QImage::Format_RGB32);
@@ -189,7 +189,7 @@ private Q_SLOTS:
     void dialogIsPaintedEvenIfTheFirstStageBlocksAtOnce()
     {
         const QString caption = QStringLiteral("Validando hash SHA-256...");
-        CommandProgressDialog dialog(QString(), 6, window.get());
+        CommandProgressDialog dialog(QString(), QString(), 6, window.get());
         dialog.show();
         showStage(&dialog, 3, caption);
         const QByteArray command = pictureOf(*window, pictures->path(QStringLiteral("hash.ppm")));

@@ -12,6 +12,8 @@
 
 #include <QMenu>
 #include <QTest>
+#include <QTextBlock>
+#include <QTextDocumentFragment>
 
 #include <cstdio>
 #include <cstdlib>
@@ -176,6 +178,43 @@ private Q_SLOTS:
         QVERIFY(window.logView->isReadOnly());
         QCOMPARE(window.logView->minimumHeight(), 100);
         QCOMPARE(window.logView->maximumHeight(), 100);
+    }
+
+    void logHasACaretThatShowsItsFocus()
+    {
+        QApplication::setCursorFlashTime(0);
+        ConfigWindow window;
+        window.show();
+        window.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        window.refreshButton->setFocus();
+        const QImage before = window.logView->grab().toImage();
+        window.logView->setFocus();
+        QVERIFY(window.logView->grab().toImage() != before);
+        QTest::keyClick(window.logView, Qt::Key_Home, Qt::ControlModifier);
+        QTest::keyClick(window.logView, Qt::Key_Down);
+        QCOMPARE(window.logView->textCursor().block().text(),
+                 QStringLiteral("Fonte Linux para preparação ausente."));
+        QTest::keyClick(window.logView, Qt::Key_X);
+        QVERIFY(window.logView->isReadOnly());
+        QCOMPARE(logOf(window).size(), 3);
+    }
+
+    void tabGoesThroughTheControlsAsTheyStandOnTheScreen()
+    {
+        ConfigWindow window;
+        window.show();
+        window.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        window.deviceCombo->setFocus();
+        QWidgetList visited;
+        for (int i = 0; i < 5; ++i) {
+            visited << QApplication::focusWidget();
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        }
+        QCOMPARE(visited, QWidgetList({window.deviceCombo, window.refreshButton,
+                                       window.updateButton, window.prepareButton, window.logView}));
+        QCOMPARE(QApplication::focusWidget(), window.deviceCombo);
     }
 
     void everyControlStandsOnThePanelAndThePanelOnTheBackdrop()
@@ -518,6 +557,31 @@ private Q_SLOTS:
             QVERIFY(!window.deviceCombo->itemData(i).isValid());
             QVERIFY(window.deviceCombo->itemIcon(i).isNull());
         }
+    }
+
+    void longLineIsCutInItsMiddleSoThatMountPointsDiffer()
+    {
+        const QString label(60, u'A');
+        QList<QImage> pictures;
+        for (const QString &mountPoint :
+             {QStringLiteral("/media/usuario/A"), QStringLiteral("/media/usuario/B")}) {
+            ConfigWindow window;
+            useDevices(&window, {mountedVolume(label, mountPoint)});
+            pictures << window.deviceCombo->grab().toImage();
+        }
+        QVERIFY(pictures.at(0) != pictures.at(1));
+    }
+
+    void everyLineIsThereInFullAsAToolTip()
+    {
+        ConfigWindow window;
+        useDevices(&window, {mountedVolume(QStringLiteral("A"), QStringLiteral("/media/a")),
+                             mountedVolume(QStringLiteral("<b>"), QStringLiteral("/media/b"))});
+        QCOMPARE(window.deviceCombo->itemData(0, Qt::ToolTipRole).toString(),
+                 QStringLiteral("A (/media/a)"));
+        const QString toolTip = window.deviceCombo->itemData(1, Qt::ToolTipRole).toString();
+        QCOMPARE(QTextDocumentFragment::fromHtml(toolTip).toPlainText(),
+                 QStringLiteral("<b> (/media/b)"));
     }
 
     void theOneUsableDriveIsSelected()

@@ -8,10 +8,12 @@ import pytest
 from held_files import HeldFiles
 from manager import PREPARED, Manager, question_before_preparing
 from process_memory import Growth
-from screen import click_close_button, is_painted, move, pixels, press_key
+from screen import click_close_button, is_painted, move, output_of, pixels, press_key, window_id
+from window_driver import NewNames
 
 GIB = 1 << 30
 COPYING = 'Copiando bundle Windows...'
+MOTIF_ALL, MOTIF_MOVE, MOTIF_CLOSE = 1, 4, 32
 # A program that came to the last of them would stand still: so many that it takes a minute.
 HELD_COUNT = 3000
 GESTURES = pytest.mark.parametrize('dismiss', [
@@ -82,6 +84,39 @@ def part(shown, of, rectangle):
     left, top, width, height = rectangle[0] - of[0], rectangle[1] - of[1], *rectangle[2:]
     rows = range(top, top + height)
     return b''.join(shown[3 * (row * of[2] + left):3 * (row * of[2] + left + width)] for row in rows)
+
+
+def test_caption_of_a_stage_is_announced(installed, held_files, drive):
+    with Manager(installed) as manager:
+        announced = NewNames()
+        start_copying(manager, drive)
+        manager.wait_for(lambda: COPYING in announced.heard(), f'the announcement of {COPYING}')
+        held_files.release()
+        manager.answer(PREPARED, 'OK')
+
+
+def test_progress_is_named_after_what_runs(installed, held_files, drive):
+    with Manager(installed) as manager:
+        progress = start_copying(manager, drive)
+        assert progress.name == 'Preparação da unidade USB'
+        assert [bar.name for bar in progress.find_all('progress bar')] == [COPYING]
+        held_files.release()
+        manager.answer(PREPARED, 'OK')
+
+
+def test_window_manager_is_not_to_offer_closing_the_progress(installed, held_files, drive):
+    with Manager(installed) as manager:
+        number = window_id(start_copying(manager, drive))
+        assert MOTIF_MOVE & functions_of(number)
+        assert not (MOTIF_ALL | MOTIF_CLOSE) & functions_of(number)
+        held_files.release()
+        manager.answer(PREPARED, 'OK')
+
+
+def functions_of(window_number):
+    """What the window's frame may offer, as MwmUtil.h numbers it."""
+    hints = output_of('xprop', '-id', window_number, '_MOTIF_WM_HINTS')
+    return int(hints.partition('=')[2].split(',')[1], 0)
 
 
 @GESTURES

@@ -69,11 +69,37 @@ class Bus:
         self._connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
         self._connection.flush_sync(None)
 
+    def listen(self, event, signal, callback):
+        """Asks programs for such an event, and calls back with each one's signal."""
+        self.call('org.a11y.atspi.Registry', '/org/a11y/atspi/registry', 'org.a11y.atspi.Registry',
+                  'RegisterEvent', GLib.Variant('(s)', (event,)))
+        self._connection.signal_subscribe(None, 'org.a11y.atspi.Event.Object', signal, None, None,
+                                          Gio.DBusSignalFlags.NONE, callback)
+
     def applications(self):
         """The root element of each program on the bus."""
         children = self.call('org.a11y.atspi.Registry', '/org/a11y/atspi/accessible/root',
                              ACCESSIBLE, 'GetChildren')[0]
         return [Element(self, owner, path) for owner, path in children]
+
+
+class NewNames:
+    """The names that elements of programs take on, as the bus announces them to a screen reader."""
+
+    def __init__(self):
+        self._bus = Bus()
+        self._names = []
+        self._bus.listen('object:property-change:accessible-name', 'PropertyChange', self._note)
+
+    def _note(self, _connection, owner, path, _interface, _signal, arguments):
+        if arguments.unpack()[0] == 'accessible-name':
+            self._names.append(Element(self._bus, owner, path).name)
+
+    def heard(self):
+        """All so far, in their order. One that changed again before it was asked for is the later one."""
+        while GLib.MainContext.default().iteration(False):
+            pass
+        return self._names
 
 
 class Element:

@@ -20,7 +20,7 @@ def in_root(root, *command, **environment):
             *command]
 
 
-def window_line(display, title, deadline=60):
+def window_line(display, title, deadline=300):
     """The line of xwininfo that shows the window, once it is on the screen."""
     end = time.monotonic() + deadline
     while time.monotonic() < end:

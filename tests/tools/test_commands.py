@@ -87,6 +87,20 @@ def test_tests_name_what_they_lack(checkout, surroundings, sentence):
     check_refusal(checkout, checkout.run(*surroundings, 'script/test'), f'script/test: {sentence}')
 
 
+@pytest.mark.parametrize('argument', ['release', '--next'])
+def test_tests_of_one_preset_or_release_need_root_too(checkout, argument):
+    check_refusal(checkout, checkout.run(*ORDINARY_USER, 'script/test', argument),
+                  f'script/test {argument}: the tests mount drives and need root: '
+                  f"'sudo script/test {argument}'.")
+
+
+@pytest.mark.parametrize('arguments', [['Release'], ['--nextt'], ['release', 'clang']], ids=' '.join)
+def test_tests_of_what_is_unknown_tell_what_there_is(checkout, arguments):
+    result = checkout.run('script/test', *arguments)
+    assert (result.returncode, result.stdout) == (2, '')
+    assert result.stderr == 'Usage: script/test [release | clang | debug | sanitize | --next]\n'
+
+
 def refusal_of_git(checkout):
     return ("script/test: git knows no files here: use a clone ('git clone'), and if it is another "
             f"user's, 'git config --global --add safe.directory {checkout.directory}'.")
@@ -258,6 +272,13 @@ def test_report_names_each_file_and_ends_with_totals_and_times(small_project):
     assert '\n== Lint\n[1/1] app/small.cpp\n' in result.stdout
     assert '\n== Totals\n2 passed, 0 failed\n' in result.stdout
     assert phases_with_a_time(result.stdout) == PHASES
+
+
+def test_report_on_one_preset_holds_nothing_of_the_others(small_project):
+    result = small_project.run('script/test', 'release')
+    assert (result.returncode, result.stderr) == (0, '')
+    assert '\n== Totals\n1 passed, 0 failed\n' in result.stdout
+    assert phases_with_a_time(result.stdout) == ['Packages', 'Build: release', 'Tests: release', 'Totals']
 
 
 def test_failed_check_is_told_at_the_end_and_hinders_no_other(small_project):

@@ -144,6 +144,13 @@ def test_a_preparation_ends_with_a_sync_of_the_whole_drive(drive, tmp_path):
         *synced('.')]
 
 
+@pytest.mark.parametrize('call', ['fsync', 'syncfs'])
+def test_a_sync_that_a_signal_interrupts_is_repeated(drive, tmp_path, call):
+    write(tmp_path / 'linux/qt.conf', 'settings')
+    driver = prepare_driver('prepare', drive, '', tmp_path / 'linux/Tessarine')
+    assert calls_on(drive, driver, f'--inject={call}:error=EINTR:when=1')[-2:] == synced('.')
+
+
 def test_an_update_has_each_step_on_the_medium_before_the_next(drive):
     write(drive / 'Tessarine/windows/Tessarine.exe', '1.0.0')
     write(drive / 'Tessarine/linux/Tessarine', '1.0.0')

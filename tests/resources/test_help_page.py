@@ -175,3 +175,22 @@ def test_backup_and_good_practice_are_told(page):
     assert "raiz da unidade preparada" in text_of(page.section("Containers e cofres"))
     assert "cópia do arquivo .tsrn" in text_of(page.section("Backup e restauração"))
     assert "verificar se há atualizações" in text_of(page.section("Boas práticas"))
+
+
+def test_encryption_has_one_word(source):
+    assert not re.findall(r"\w*cifr\w*", source)
+
+
+def test_full_drive_and_small_drive_are_two_cases(page):
+    advice = [e["text"] for e in page.section("Preparar unidade USB") if e["tag"] == "li"]
+    full, = (text for text in advice if "espaço livre não basta" in text)
+    small, = (text for text in advice if "um quarto" in text)
+    assert "libere espaço" in full and "unidade maior" not in full
+    assert "use uma unidade maior" in small
+
+
+def test_fat_drives_are_no_good_for_linux_and_formatting_erases(page):
+    preparing = page.section("Preparar unidade USB")
+    assert "Tessarine não inicia" in text_of(preparing) and "exFAT ou ext4" in text_of(preparing)
+    assert "apaga tudo" in text_of([e for e in preparing if e.get("class") == "warning"])
+    assert "código de saída 126" in text_of(page.section("Fluxo básico no Tessarine"))

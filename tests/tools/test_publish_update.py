@@ -221,6 +221,24 @@ def test_notes_come_from_a_file(vendor):
     assert manifest["releaseNotes"] == 'Primeira linha\nSegunda: é "nova"'
 
 
+@pytest.mark.parametrize(
+    "notes", ["linha\n" * 13, "x" * (12 * 80 + 1)], ids=["many lines", "one long line"]
+)
+def test_long_notes_are_published_with_a_warning(vendor, notes):
+    result = vendor.publish(notes=notes)
+    assert result.returncode == 0
+    assert result.stderr == (
+        "publish-update: warning: the notes take 13 lines of 80 characters, more than 12\n"
+    )
+
+
+@pytest.mark.parametrize(
+    "notes", ["linha\n" * 12, "x" * (12 * 80)], ids=["twelve lines", "one line"]
+)
+def test_short_notes_are_published_without_a_warning(vendor, notes):
+    assert vendor.publish(notes=notes).stderr == ""
+
+
 def test_notes_may_be_left_out(vendor):
     assert vendor.published()["releaseNotes"] == ""
 

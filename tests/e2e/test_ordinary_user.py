@@ -13,13 +13,15 @@ ROOT = pathlib.Path(__file__).parents[2]
 
 @pytest.fixture(autouse=True)
 def linux_source(build):
-    """The sample application where a manager that is started from its build looks for it."""
+    """The sample application where a manager looks for it that is started from its build or by script/run."""
     assert os.geteuid() != 0 and shutil.which('ldconfig') is None
-    bundle = build / 'app' / 'bundles' / 'linux-x64'
-    bundle.mkdir(parents=True)
-    shutil.copy2(build / 'tests' / 'sample-app' / '1.0.0' / 'Tessarine', bundle)
+    bundles = [directory / 'app' / 'bundles' for directory in {build, ROOT / 'build' / 'release'}]
+    for directory in bundles:
+        (directory / 'linux-x64').mkdir(parents=True)
+        shutil.copy2(build / 'tests' / 'sample-app' / '1.0.0' / 'Tessarine', directory / 'linux-x64')
     yield
-    shutil.rmtree(build / 'app' / 'bundles')
+    for directory in bundles:
+        shutil.rmtree(directory)
 
 
 def test_script_run_makes_a_preparation_possible(drive):

@@ -557,7 +557,7 @@ bool renameDurably(const QString &from, const QString &to)
     FileSystemSync drive(QFileInfo(to).absolutePath());
     if (!QDir().rename(from, to))
         return false;
-    if (drive.sync())
+    if (drive.syncRenamed(QFileInfo(to).fileName()))
         return true;
     QDir().rename(to, from);
     return false;
@@ -568,7 +568,7 @@ void renameBack(const QString &from, const QString &to)
 {
     FileSystemSync drive(QFileInfo(to).absolutePath());
     QDir().rename(from, to);
-    drive.sync();
+    drive.syncRenamed(QFileInfo(to).fileName());
 }
 
 // Puts source in the place of target, which is kept as backup.

@@ -108,6 +108,20 @@ bool FileSystemSync::sync()
     return synced;
 }
 
+bool FileSystemSync::syncRenamed(const QString &name)
+{
+    // On FAT the new entry and the freed old one are often in different sectors. Syncing what was
+    // renamed writes the new one alone; syncfs(2) may begin with the other.
+    const int renamed =
+        openat(m_descriptor, QFile::encodeName(name).constData(), O_RDONLY | O_CLOEXEC);
+    const bool synced = renamed >= 0 && syncFile(renamed);
+    if (!synced)
+        m_error = errno;
+    if (renamed >= 0)
+        close(renamed);
+    return synced && sync();
+}
+
 QString FileSystemSync::errorString() const
 {
     return QString::fromLocal8Bit(std::system_category().message(m_error));

@@ -46,6 +46,10 @@ public:
     // not be read.
     bool sync();
 
+    // As sync(), after a file or directory in this directory was given that name. On FAT a cut in
+    // between leaves it under the old name, the new one or both.
+    bool syncRenamed(const QString &name);
+
     // The system's words for what sync() failed with.
     QString errorString() const;
 

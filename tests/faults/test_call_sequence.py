@@ -64,6 +64,12 @@ def renamed(old, new):
     return [f'rename Tessarine/{old} Tessarine/{new}', *synced('Tessarine')]
 
 
+def swapped_in(old, new):
+    """The calls by which a directory gets a name, which reaches the medium before the old one goes."""
+    rename, *sync = renamed(old, new)
+    return [rename, f'fsync Tessarine/{new}', *sync]
+
+
 def test_a_large_file_reaches_the_medium_behind_its_writer_and_then_its_name(drive, tmp_path):
     source = write(tmp_path / 'source', 'x' * (2 * MEBIBYTE + 5))
     assert calls_on(drive, prepare_driver('copy', source, drive / 'target')) == [
@@ -166,10 +172,10 @@ def test_an_update_has_each_step_on_the_medium_before_the_next(drive):
         'write to Tessarine/.update-TIME/package.zip',
         f'mkdir Tessarine/{extracted}',
         *synced('Tessarine'),
-        *renamed('windows', 'windows.backup-TIME'),
-        *renamed(f'{extracted}/Tessarine/windows', 'windows'),
-        *renamed('linux', 'linux.backup-TIME'),
-        *renamed(f'{extracted}/Tessarine/linux', 'linux'),
+        *swapped_in('windows', 'windows.backup-TIME'),
+        *swapped_in(f'{extracted}/Tessarine/windows', 'windows'),
+        *swapped_in('linux', 'linux.backup-TIME'),
+        *swapped_in(f'{extracted}/Tessarine/linux', 'linux'),
         'create Tessarine',
         'chmod Tessarine/(unnamed)',
         'write to Tessarine/(unnamed)',

@@ -1,35 +1,37 @@
-#include "deployment/PortableBundleManager.h"
+#include "tests/deployment/OperationSituation.h"
 #include "tests/support/BindMount.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/Drive.h"
 #include "tests/support/TestMain.h"
 
 #include <QCoreApplication>
-#include <QTest>
 
-using Tessarine::Deployment::PortableBundleManager;
-using Tessarine::Deployment::PortableBundleResult;
 using TestSupport::asUnprivileged;
 using TestSupport::BindMount;
-using TestSupport::Drive;
 
 // What travels with a Windows executable whose source isn't complete.
-class WindowsRuntimeTest : public QObject
+class WindowsRuntimeTest : public OperationSituation
 {
     Q_OBJECT
 
-    const PortableBundleManager m_manager{};
-    PortableBundleResult m_result;
+    QString copyLibraries(const QString &target, const QString &source)
+    {
+        return outcome(m_manager.copyAdjacentRuntimeLibraries(target, source, &m_result));
+    }
+
+    QString copyRuntime(const QString &target, const QString &source)
+    {
+        return outcome(m_manager.copyDeployedRuntime(target, source, &m_result));
+    }
 
 private Q_SLOTS:
-    void init() { m_result = {}; }
-    void cleanup() { QVERIFY(!m_result.success); }
+    void init() { begin(); }
+    void cleanup() { end(); }
 
     void theWindowsRuntimeNeedsNothing()
     {
-        QVERIFY(m_manager.deployWindowsRuntime({}, {}, &m_result));
-        QVERIFY(m_manager.deployWindowsRuntime("/absent.exe", "/absent", &m_result));
-        QCOMPARE(m_result.message, QString());
+        QCOMPARE(outcome(m_manager.deployWindowsRuntime({}, {}, &m_result)), done);
+        QCOMPARE(outcome(m_manager.deployWindowsRuntime("/absent.exe", "/absent", &m_result)),
+                 done);
         QCOMPARE(m_result.touchedPaths, QStringList());
     }
 
@@ -46,10 +48,9 @@ private Q_SLOTS:
         source.makeDirectory("directory.dll");
         source.link("linked.dll", "Qt6Core.dll");
         source.link("dangling.dll", "nowhere");
-        QVERIFY(m_manager.copyAdjacentRuntimeLibraries(drive.path(), source.path(), &m_result));
+        QCOMPARE(copyLibraries(drive.path(), source.path()), done);
         QCOMPARE(drive.tree(), (QStringList{"Qt6Core.dll: 1", "UPPER.DLL: 2", "linked.dll: 1"}));
-        m_result.touchedPaths.sort();
-        QCOMPARE(m_result.touchedPaths,
+        QCOMPARE(sorted(m_result.touchedPaths),
                  (QStringList{drive.path("Qt6Core.dll"), drive.path("UPPER.DLL"),
                               drive.path("linked.dll")}));
     }
@@ -60,11 +61,9 @@ private Q_SLOTS:
         const Drive drive;
         QFile::setPermissions(source.write("secret.dll", "1"), QFile::Permissions());
         drive.giveAway();
-        const QStringList report = asUnprivileged([&]() -> QStringList {
-            return {QString::number(
-                m_manager.copyAdjacentRuntimeLibraries(drive.path(), source.path(), &m_result))};
-        });
-        QCOMPARE(report, QStringList{"1"});
+        QCOMPARE(
+            asUnprivileged([&] { return QStringList{copyLibraries(drive.path(), source.path())}; }),
+            QStringList{done});
         QCOMPARE(drive.tree(), QStringList());
     }
 
@@ -73,8 +72,8 @@ private Q_SLOTS:
         const Drive source;
         const Drive drive;
         source.write("Tessarine.exe", "1");
-        QVERIFY(m_manager.copyAdjacentRuntimeLibraries(drive.path(), source.path(), &m_result));
-        QVERIFY(m_manager.copyAdjacentRuntimeLibraries(drive.path(), "/absent", &m_result));
+        QCOMPARE(copyLibraries(drive.path(), source.path()), done);
+        QCOMPARE(copyLibraries(drive.path(), "/absent"), done);
         QCOMPARE(drive.tree(), QStringList());
         QCOMPARE(m_result.touchedPaths, QStringList());
     }
@@ -83,7 +82,7 @@ private Q_SLOTS:
     {
         const Drive drive;
         drive.write("a.dll", "1");
-        QVERIFY(m_manager.copyAdjacentRuntimeLibraries(drive.path(), drive.path(), &m_result));
+        QCOMPARE(copyLibraries(drive.path(), drive.path()), done);
         QCOMPARE(drive.tree(), QStringList{"a.dll: 1"});
         QCOMPARE(m_result.touchedPaths, QStringList());
     }
@@ -94,8 +93,8 @@ private Q_SLOTS:
         const Drive drive;
         source.write("a%1%2.dll", "1");
         drive.write("a%1%2.dll/file", "kept");
-        QVERIFY(!m_manager.copyAdjacentRuntimeLibraries(drive.path(), source.path(), &m_result));
-        QCOMPARE(m_result.message, "Nao foi possivel copiar a biblioteca: a%1%2.dll");
+        QCOMPARE(copyLibraries(drive.path(), source.path()),
+                 "Nao foi possivel copiar a biblioteca: a%1%2.dll");
         QCOMPARE(m_result.touchedPaths, QStringList());
         QCOMPARE(drive.tree(), (QStringList{"a%1%2.dll/", "a%1%2.dll/file: kept"}));
     }
@@ -106,7 +105,7 @@ private Q_SLOTS:
         const Drive drive;
         source.write("own.dll", "1");
         const BindMount place(source.path(), QCoreApplication::applicationDirPath());
-        QVERIFY(m_manager.copyAdjacentRuntimeLibraries(drive.path(), {}, &m_result));
+        QCOMPARE(copyLibraries(drive.path(), {}), done);
         QCOMPARE(drive.tree(), QStringList{"own.dll: 1"});
     }
 
@@ -117,7 +116,7 @@ private Q_SLOTS:
         const Drive source;
         const Drive drive;
         source.write("a/b", "1");
-        QVERIFY(m_manager.copyDeployedRuntime(drive.path("x"), source.path(), &m_result));
+        QCOMPARE(copyRuntime(drive.path("x"), source.path()), done);
         QCOMPARE(drive.tree("x"), source.tree());
         QCOMPARE(m_result.touchedPaths,
                  (QStringList{drive.path("x"), drive.path("x/a"), drive.path("x/a/b")}));
@@ -129,7 +128,7 @@ private Q_SLOTS:
         const Drive drive;
         source.write("program", "1");
         const BindMount place(source.path(), QCoreApplication::applicationDirPath());
-        QVERIFY(m_manager.copyDeployedRuntime(drive.path("x"), {}, &m_result));
+        QCOMPARE(copyRuntime(drive.path("x"), {}), done);
         QCOMPARE(drive.tree("x"), QStringList{"program: 1"});
     }
 
@@ -137,7 +136,7 @@ private Q_SLOTS:
     {
         const Drive drive;
         drive.write("x/file", "1");
-        QVERIFY(m_manager.copyDeployedRuntime(drive.path("x"), drive.path("x"), &m_result));
+        QCOMPARE(copyRuntime(drive.path("x"), drive.path("x")), done);
         QCOMPARE(drive.tree(), (QStringList{"x/", "x/file: 1"}));
         QCOMPARE(m_result.touchedPaths, QStringList{drive.path("x")});
     }
@@ -145,8 +144,8 @@ private Q_SLOTS:
     void anAbsentRuntimeIsNamed()
     {
         const Drive drive;
-        QVERIFY(!m_manager.copyDeployedRuntime(drive.path("x"), drive.path("absent"), &m_result));
-        QCOMPARE(m_result.message, "Pasta de origem nao encontrada: " + drive.path("absent"));
+        QCOMPARE(copyRuntime(drive.path("x"), drive.path("absent")),
+                 "Pasta de origem nao encontrada: " + drive.path("absent"));
         QCOMPARE(drive.tree(), QStringList());
     }
 };

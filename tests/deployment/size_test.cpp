@@ -1,30 +1,21 @@
 // Its private functions are tested too.
 #include "deployment/PortableBundleManager.cpp"
 
-#include "tests/support/BindMount.h"
+#include "tests/deployment/LinuxTools.h"
+#include "tests/deployment/OperationSituation.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/Drive.h"
-#include "tests/support/StubCommand.h"
 #include "tests/support/TestMain.h"
-
-#include <QTest>
 
 using namespace Tessarine::Deployment;
 using TestSupport::asUnprivileged;
 using TestSupport::BindMount;
-using TestSupport::Drive;
 using TestSupport::SearchPath;
 using TestSupport::StubCommand;
 
 // How much room the bundles need, and whether a drive may take them.
-class SizeTest : public QObject
+class SizeTest : public OperationSituation
 {
     Q_OBJECT
-
-    const PortableBundleManager m_manager{};
-    PortableBundleResult m_result;
-
-    static QString qtPlugins() { return QLibraryInfo::path(QLibraryInfo::PluginsPath); }
 
     // Options of a Windows bundle of so many bytes.
     static PortableBundleOptions windowsBundle(const Drive &host, qint64 size)
@@ -32,10 +23,10 @@ class SizeTest : public QObject
         return {host.writeSparse("Tessarine.exe", size), {}, {}, {}};
     }
 
-    bool fitsDrive(const Drive &drive, const PortableBundleOptions &options)
+    QString fitsDrive(const Drive &drive, const PortableBundleOptions &options)
     {
-        return m_manager.validateBundleFitsUsb(drive.path(), drive.path("Tessarine"), options,
-                                               &m_result);
+        return outcome(m_manager.validateBundleFitsUsb(drive.path(), drive.path("Tessarine"),
+                                                       options, &m_result));
     }
 
     static QString tooBigMessage(qint64 capacity, qint64 required)
@@ -52,11 +43,11 @@ class SizeTest : public QObject
     }
 
 private Q_SLOTS:
-    void init() { m_result = {}; }
+    void init() { begin(); }
 
     void cleanup()
     {
-        QVERIFY(!m_result.success);
+        end();
         QCOMPARE(m_result.touchedPaths, QStringList());
     }
 
@@ -222,13 +213,12 @@ private Q_SLOTS:
         libraries.write("libapp.so", QByteArray(10, 'x'));
         libraries.write("libshared.so", QByteArray(100, 'x'));
         libraries.write("libplugin.so", QByteArray(1'000, 'x'));
-        const Drive plugins;
+        const QtPlugins plugins;
         plugins.write("platforms/libqxcb.so", QByteArray(10'000, 'x'));
         plugins.write("imageformats/readme.txt", QByteArray(100'000, 'x'));
         plugins.write("xcbglintegrations/libgl.so", QByteArray(1'000'000, 'x'));
         plugins.write("tls/libtls.so", QByteArray(10'000'000, 'x'));
         plugins.write("sqldrivers/libqsqlite.so", QByteArray(7, 'x'));
-        const BindMount place(plugins.path(), qtPlugins());
         const StubCommand ldd("ldd", "cd '" + libraries.path().toUtf8() + R"sh('
             case "$1" in
             */Tessarine) echo "libapp => $PWD/libapp.so (0x1)" ;;
@@ -244,9 +234,8 @@ private Q_SLOTS:
 
     void withoutLddALoneLinuxExecutableNeedsQtsPlugins()
     {
-        const Drive plugins;
+        const QtPlugins plugins;
         plugins.write("tls/libtls.so", "22");
-        const BindMount place(plugins.path(), qtPlugins());
         const Drive source;
         const QString executable = source.write("Tessarine", "1");
         const SearchPath nothing(source.path("absent"));
@@ -255,8 +244,7 @@ private Q_SLOTS:
 
     void anAbsentLinuxSourceDirectoryLeavesTheExecutableToCount()
     {
-        const Drive plugins;
-        const BindMount place(plugins.path(), qtPlugins());
+        const QtPlugins plugins;
         const Drive source;
         const QString executable = source.write("Tessarine", "1");
         source.write("extra", "22");
@@ -273,9 +261,8 @@ private Q_SLOTS:
 
     void aLibraryOfTheRealMachineCountsOnce()
     {
-        const Drive plugins;
+        const QtPlugins plugins;
         QFile::copy(TINY_PLUGIN, plugins.makeDirectory("tls") + "/libtiny.so");
-        const BindMount place(plugins.path(), qtPlugins());
         const Drive source;
         const QString executable = source.path("Tessarine");
         QFile::copy(TINY_QT_PROGRAM, executable);
@@ -296,26 +283,26 @@ private Q_SLOTS:
         QTest::addColumn<qint64>("required");
         QTest::addColumn<qint64>("available");
         QTest::addColumn<qint64>("capacity");
-        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("expected");
         const auto row = [](const char *name, qint64 required, qint64 available, qint64 capacity,
-                            const QString &message) {
-            QTest::newRow(name) << required << available << capacity << message;
+                            const QString &expected) {
+            QTest::newRow(name) << required << available << capacity << expected;
         };
         const QString noBundle = "Nenhum bundle valido foi encontrado para preparar a unidade USB.";
-        row("exactly a quarter", 250, 1000, 1000, {});
+        row("exactly a quarter", 250, 1000, 1000, done);
         row("one byte more", 251, 1000, 1000, tooBigMessage(1000, 251));
-        row("a quarter is rounded down", 250, 1003, 1003, {});
+        row("a quarter is rounded down", 250, 1003, 1003, done);
         row("one byte more than a rounded quarter", 251, 1003, 1003, tooBigMessage(1003, 251));
-        row("all the room that there is", 250, 250, 1000, {});
+        row("all the room that there is", 250, 250, 1000, done);
         row("one byte more than the room", 250, 249, 1000, noRoomMessage(250, 249));
         row("no room is said before a quarter", 251, 250, 1000, noRoomMessage(251, 250));
-        row("unknown capacity", 1'000'000, 1'000'000, 0, {});
+        row("unknown capacity", 1'000'000, 1'000'000, 0, done);
         row("unknown capacity, no room", 2, 1, 0, noRoomMessage(2, 1));
         row("a capacity below four bytes", 1, 3, 3, tooBigMessage(3, 1));
         row("the least capacity that is known", 1, 1, 1, tooBigMessage(1, 1));
         row("nothing to copy", 0, 1000, 1000, noBundle);
         row("nothing to copy is said first", 0, -1, 0, noBundle);
-        row("beyond 32 bits", 5'000'000'000, 20'000'000'000, 20'000'000'000, {});
+        row("beyond 32 bits", 5'000'000'000, 20'000'000'000, 20'000'000'000, done);
         row("numbers are plain", 5'000'000'001, 20'000'000'000, 20'000'000'000,
             tooBigMessage(20'000'000'000, 5'000'000'001));
     }
@@ -325,25 +312,22 @@ private Q_SLOTS:
         QFETCH(qint64, required);
         QFETCH(qint64, available);
         QFETCH(qint64, capacity);
-        QFETCH(QString, message);
-        QCOMPARE(fits(required, available, capacity, &m_result), message.isEmpty());
-        QCOMPARE(m_result.message, message);
+        QFETCH(QString, expected);
+        QCOMPARE(outcome(fits(required, available, capacity, &m_result)), expected);
     }
 
     void aQuarterOfAMountedDriveFits()
     {
         const Drive host;
         const Drive drive = Drive::tmpfs(1'048'576);
-        QVERIFY(fitsDrive(drive, windowsBundle(host, 262'144)));
-        QCOMPARE(m_result.message, QString());
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 262'144)), done);
     }
 
     void moreThanAQuarterOfAMountedDriveIsRefused()
     {
         const Drive host;
         const Drive drive = Drive::tmpfs(1'048'576);
-        QVERIFY(!fitsDrive(drive, windowsBundle(host, 262'145)));
-        QCOMPARE(m_result.message, tooBigMessage(1'048'576, 262'145));
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 262'145)), tooBigMessage(1'048'576, 262'145));
     }
 
     void aDiskIsJudgedByTheCapacityThatItReports()
@@ -351,9 +335,9 @@ private Q_SLOTS:
         const Drive host;
         const Drive drive = Drive::ext4(16'777'216);
         const qint64 capacity = QStorageInfo(drive.path()).bytesTotal();
-        QVERIFY(fitsDrive(drive, windowsBundle(host, capacity / 4)));
-        QVERIFY(!fitsDrive(drive, windowsBundle(host, capacity / 4 + 1)));
-        QCOMPARE(m_result.message, tooBigMessage(capacity, capacity / 4 + 1));
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, capacity / 4)), done);
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, capacity / 4 + 1)),
+                 tooBigMessage(capacity, capacity / 4 + 1));
     }
 
     void bothBundlesCountTogether()
@@ -364,10 +348,9 @@ private Q_SLOTS:
         PortableBundleOptions options = windowsBundle(windows, 262'143);
         options.linuxExecutablePath = linux.write("Tessarine", "");
         linux.write("extra", "1");
-        QVERIFY(fitsDrive(drive, options));
+        QCOMPARE(fitsDrive(drive, options), done);
         linux.write("extra", "22");
-        QVERIFY(!fitsDrive(drive, options));
-        QCOMPARE(m_result.message, tooBigMessage(1'048'576, 262'145));
+        QCOMPARE(fitsDrive(drive, options), tooBigMessage(1'048'576, 262'145));
     }
 
     void aFullDriveIsRefused()
@@ -375,9 +358,8 @@ private Q_SLOTS:
         const Drive host;
         const Drive drive = Drive::tmpfs(1'048'576);
         drive.fill(8'192);
-        QVERIFY(fitsDrive(drive, windowsBundle(host, 8'192)));
-        QVERIFY(!fitsDrive(drive, windowsBundle(host, 8'193)));
-        QCOMPARE(m_result.message, noRoomMessage(8'193, 8'192));
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 8'192)), done);
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 8'193)), noRoomMessage(8'193, 8'192));
     }
 
     void anEarlierBundleCountsAsRoom()
@@ -386,9 +368,8 @@ private Q_SLOTS:
         const Drive drive = Drive::tmpfs(1'048'576);
         drive.write("Tessarine/linux/old", QByteArray(100'000, 'x'));
         drive.fill();
-        QVERIFY(fitsDrive(drive, windowsBundle(host, 100'000)));
-        QVERIFY(!fitsDrive(drive, windowsBundle(host, 100'001)));
-        QCOMPARE(m_result.message, noRoomMessage(100'001, 100'000));
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 100'000)), done);
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 100'001)), noRoomMessage(100'001, 100'000));
     }
 
     void onlyTheRoomForThisUserCounts()
@@ -398,8 +379,8 @@ private Q_SLOTS:
         const QStorageInfo storage(drive.path());
         QVERIFY(storage.bytesAvailable() < storage.bytesFree());
         const qint64 available = storage.bytesAvailable();
-        QVERIFY(!fitsDrive(drive, windowsBundle(host, available + 1)));
-        QCOMPARE(m_result.message, noRoomMessage(available + 1, available));
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, available + 1)),
+                 noRoomMessage(available + 1, available));
     }
 
     void aDriveWithoutCapacityEscapesTheRuleOfTheQuarter()
@@ -408,16 +389,17 @@ private Q_SLOTS:
         const Drive earlier;
         earlier.write("bundle", "12345");
         QCOMPARE(QStorageInfo("/proc").bytesTotal(), 0);
-        QVERIFY(m_manager.validateBundleFitsUsb("/proc", earlier.path(), windowsBundle(host, 5),
-                                                &m_result));
+        QCOMPARE(outcome(m_manager.validateBundleFitsUsb("/proc", earlier.path(),
+                                                         windowsBundle(host, 5), &m_result)),
+                 done);
     }
 
     void aVanishedDriveCannotBeJudged()
     {
         const Drive host;
-        QVERIFY(!m_manager.validateBundleFitsUsb(host.path("absent"), host.path(),
-                                                 windowsBundle(host, 1), &m_result));
-        QCOMPARE(m_result.message, "Nao foi possivel validar o espaco livre da unidade USB.");
+        QCOMPARE(outcome(m_manager.validateBundleFitsUsb(host.path("absent"), host.path(),
+                                                         windowsBundle(host, 1), &m_result)),
+                 "Nao foi possivel validar o espaco livre da unidade USB.");
     }
 
     void absentSourcesAreNoBundle()
@@ -425,8 +407,7 @@ private Q_SLOTS:
         const Drive host;
         const Drive drive;
         const BindMount place(drive.path(), qtPlugins());
-        QVERIFY(!fitsDrive(drive, {host.path("a.exe"), {}, host.path("b"), {}}));
-        QCOMPARE(m_result.message,
+        QCOMPARE(fitsDrive(drive, {host.path("a.exe"), {}, host.path("b"), {}}),
                  "Nenhum bundle valido foi encontrado para preparar a unidade USB.");
     }
 };

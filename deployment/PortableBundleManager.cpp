@@ -272,48 +272,19 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
                                              const PreparationProgress &progress) const
 {
     PortableBundleResult result;
-    const QDir drive(usbRoot);
-    const auto report = [&progress](int stage, const QString &caption) {
+    const StageReport report = [&progress](int stage, const QString &caption) {
         if (progress)
             progress(stage, stageCount, caption);
     };
 
     report(0, QStringLiteral("Validando unidade USB..."));
-    if (!drive.exists()) {
+    if (!QDir(usbRoot).exists()) {
         fail(&result, QStringLiteral("Unidade USB invalida."));
         return result;
     }
     FileSystemSync medium(usbRoot);
-    const QString bundleRoot = drive.filePath(QStringLiteral("Tessarine"));
-    const QString windowsTarget = QDir(bundleRoot).filePath(QStringLiteral("windows"));
-    const QString linuxTarget = QDir(bundleRoot).filePath(QStringLiteral("linux"));
-
-    report(1, QStringLiteral("Criando estrutura de pastas..."));
-    if (!ensureDirectory(bundleRoot, &result) || !ensureDirectory(windowsTarget, &result)
-        || !ensureDirectory(linuxTarget, &result)
-        || !validateBundleFitsUsb(usbRoot, bundleRoot, options, &result))
-        return result;
-
-    report(2, QStringLiteral("Copiando bundle Windows..."));
-    if (!prepareWindowsBundle(options, windowsTarget, &result))
-        return result;
-
-    report(3, QStringLiteral("Copiando bundle Linux..."));
-    if (!prepareLinuxBundle(options, linuxTarget, &result))
-        return result;
-
-    report(5, QStringLiteral("Criando inicializador Windows..."));
-    if (!writeTextFile(drive.filePath(QStringLiteral("Tessarine-Windows.bat")), windowsLauncherText,
-                       &result))
-        return result;
-
-    report(6, QStringLiteral("Criando arquivos auxiliares..."));
-    const QString linuxLauncher = drive.filePath(QStringLiteral("Tessarine-Linux.sh"));
-    if (!writeTextFile(linuxLauncher, linuxLauncherText, &result))
-        return result;
-    makeExecutable(linuxLauncher);
-    if (!writeTextFile(QDir(bundleRoot).filePath(QStringLiteral("README.txt")), readmeText,
-                       &result))
+    if (!prepareBundles(usbRoot, options, report, &result)
+        || !writeStartFiles(usbRoot, report, &result))
         return result;
 
     // The user may pull the drive as soon as it is said to be prepared.
@@ -335,6 +306,47 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
     options.linuxExecutablePath = QCoreApplication::applicationFilePath();
     options.linuxSourceDirectory = QCoreApplication::applicationDirPath();
     return preparePortableBundle(usbRoot, options, progress);
+}
+
+bool PortableBundleManager::prepareBundles(const QString &usbRoot,
+                                           const PortableBundleOptions &options,
+                                           const StageReport &report,
+                                           PortableBundleResult *result) const
+{
+    const QString bundleRoot = QDir(usbRoot).filePath(QStringLiteral("Tessarine"));
+    const QString windowsTarget = QDir(bundleRoot).filePath(QStringLiteral("windows"));
+    const QString linuxTarget = QDir(bundleRoot).filePath(QStringLiteral("linux"));
+
+    report(1, QStringLiteral("Criando estrutura de pastas..."));
+    if (!ensureDirectory(bundleRoot, result) || !ensureDirectory(windowsTarget, result)
+        || !ensureDirectory(linuxTarget, result)
+        || !validateBundleFitsUsb(usbRoot, bundleRoot, options, result))
+        return false;
+
+    report(2, QStringLiteral("Copiando bundle Windows..."));
+    if (!prepareWindowsBundle(options, windowsTarget, result))
+        return false;
+
+    report(3, QStringLiteral("Copiando bundle Linux..."));
+    return prepareLinuxBundle(options, linuxTarget, result);
+}
+
+bool PortableBundleManager::writeStartFiles(const QString &usbRoot, const StageReport &report,
+                                            PortableBundleResult *result) const
+{
+    const QDir drive(usbRoot);
+    report(5, QStringLiteral("Criando inicializador Windows..."));
+    if (!writeTextFile(drive.filePath(QStringLiteral("Tessarine-Windows.bat")), windowsLauncherText,
+                       result))
+        return false;
+
+    report(6, QStringLiteral("Criando arquivos auxiliares..."));
+    const QString linuxLauncher = drive.filePath(QStringLiteral("Tessarine-Linux.sh"));
+    if (!writeTextFile(linuxLauncher, linuxLauncherText, result))
+        return false;
+    makeExecutable(linuxLauncher);
+    return writeTextFile(drive.filePath(QStringLiteral("Tessarine/README.txt")), readmeText,
+                         result);
 }
 
 bool PortableBundleManager::prepareWindowsBundle(const PortableBundleOptions &options,

@@ -141,6 +141,12 @@ public:
                                       PortableBundleResult *result) const;
 
 private:
+    using StageReport = std::function<void(int stage, const QString &caption)>;
+
+    bool prepareBundles(const QString &usbRoot, const PortableBundleOptions &options,
+                        const StageReport &report, PortableBundleResult *result) const;
+    bool writeStartFiles(const QString &usbRoot, const StageReport &report,
+                         PortableBundleResult *result) const;
     bool prepareWindowsBundle(const PortableBundleOptions &options, const QString &target,
                               PortableBundleResult *result) const;
     bool prepareLinuxBundle(const PortableBundleOptions &options, const QString &target,

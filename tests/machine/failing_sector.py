@@ -9,7 +9,6 @@ a drive that fails there.
 import json
 import os
 import pathlib
-import random
 import subprocess
 import sys
 import tempfile

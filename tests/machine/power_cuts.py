@@ -208,8 +208,12 @@ def judge(scratch, file_system, subsets):
                 disk.write([sector])
                 look('prefixes', disk.tree())
         print(f'{file_system}, {after["name"]}: {len(steps)} writes and flushes; cuts and broken ones: {counts}', flush=True)
-        if disk.tree() != after['tree']:
-            print('The last state differs', {k: v for k, v in after['tree'].items() if disk.tree().get(k) != v})
+        # What is removed at the end of an update isn't synced, and may be there still.
+        last = disk.tree()
+        missing = [path for path, content in after['tree'].items() if last.get(path) != content]
+        if missing:
+            print(f'{file_system}, {after["name"]}: not on the drive at its end: {missing}', flush=True)
+            worst = 1
         worst = max(worst, counts['prefixes'][1])
     sys.exit(1 if worst else 0)
 

@@ -64,7 +64,7 @@ public:
     // One that can lose its medium.
     static std::unique_ptr<Drive> failingDrive()
     {
-        return std::unique_ptr<Drive>(new Drive(Drive::ext4(8 << 20)));
+        return std::unique_ptr<Drive>(new Drive(Drive::ext4(16 << 20)));
     }
 
     std::unique_ptr<VendorServer> server;

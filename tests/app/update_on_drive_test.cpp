@@ -25,15 +25,16 @@ class UpdateOnDriveTest : public UpdateSituation
         QCOMPARE(drive->tree(), before);
     }
 
-    void agreeToUpdateLosingTheMediumAtSync(int number)
+    void agreeToUpdateWithAFailureAtSync(int number)
     {
         int syncs = 0;
         whenSynced = [=, this]() mutable {
             if (++syncs == number)
-                drive->loseMedium();
+                drive->failNextSync();
         };
         agreeToUpdate();
         whenSynced = nullptr;
+        QVERIFY(QFile::remove(drive->path(QStringLiteral("lost"))));
     }
 
 private Q_SLOTS:
@@ -224,9 +225,13 @@ private Q_SLOTS:
     {
         prepareDrive(failingDrive());
         const QStringList before = drive->tree();
-        agreeToUpdateLosingTheMediumAtSync(1);
-        const QString text =
-            QStringLiteral("Falha ao extrair ZIP: ") + QString::fromLocal8Bit(strerror(EIO));
+        agreeToUpdateWithAFailureAtSync(1);
+        // Which of the two the kernel takes from a medium that has no room is its own affair.
+        const QString text = lastBox().text;
+        const QString head = QStringLiteral("Falha ao extrair ZIP: ");
+        QVERIFY2(text == head + QString::fromLocal8Bit(strerror(ENOSPC))
+                     || text == head + QString::fromLocal8Bit(strerror(EIO)),
+                 qPrintable(text));
         compareWarning(text);
         QCOMPARE(newLogLines(), QStringList{QStringLiteral("Falha ao preparar pacote: ") + text});
         QCOMPARE(drive->tree(), before);
@@ -239,10 +244,11 @@ private Q_SLOTS:
         const QStringList before = drive->tree();
         whenSynced = [this] {
             whenSynced = nullptr;
-            drive->loseMedium();
+            drive->failNextSync();
             QVERIFY(!FileSystemSync(drive->path()).sync());
         };
         agreeToUpdate();
+        QVERIFY(QFile::remove(drive->path(QStringLiteral("lost"))));
         QVERIFY(lastBox().text.startsWith(QStringLiteral("Falha ao extrair ZIP: ")));
         QCOMPARE(drive->tree(), before);
     }
@@ -269,7 +275,7 @@ private Q_SLOTS:
         QFETCH(QString, text);
         prepareDrive(failingDrive());
         const QStringList before = drive->tree();
-        agreeToUpdateLosingTheMediumAtSync(sync);
+        agreeToUpdateWithAFailureAtSync(sync);
         compareWarning(text.arg(drive->path()));
         QCOMPARE(newLogLines(),
                  QStringList{QStringLiteral("Falha ao aplicar atualização: ") + lastBox().text});
@@ -279,7 +285,7 @@ private Q_SLOTS:
     void mediumThatFailsAtTheStateFileKeepsBothBackups()
     {
         prepareDrive(failingDrive());
-        agreeToUpdateLosingTheMediumAtSync(6);
+        agreeToUpdateWithAFailureAtSync(6);
         compareWarning(QStringLiteral("Não foi possível salvar o arquivo de estado: %1")
                            .arg(updateStatePath(drive->path())));
         QCOMPARE(stampedBundleNames(),

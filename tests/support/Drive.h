@@ -149,6 +149,15 @@ public:
         }
     }
 
+    // Makes an ext4 drive's medium refuse whatever it hasn't held before, and gives it enough of
+    // that kind to write: the next sync fails. What the drive held stays readable and writable. The
+    // drive has 16 MiB at least.
+    void failNextSync() const
+    {
+        m_medium->fill();
+        write(QStringLiteral("lost"), QByteArray(6'291'456, 'x'));
+    }
+
     // Forces the next reading of a file to the medium.
     void dropCache(const QString &name) const
     {

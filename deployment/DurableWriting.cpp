@@ -45,8 +45,15 @@ bool reachesMedium(int descriptor, long fileSystem)
 }
 
 // On FAT a renamed file's entry says what the replaced file's said, or nothing, until its inode is
-// written again; and the replaced file's blocks are given away as soon as nobody has it open.
-bool commitOnFat(QSaveFile *file)
+// written again; on exFAT the replaced file's entry may be freed on the medium before the renamed
+// one's is there. On both the replaced file's blocks are given away as soon as nobody has it open.
+bool needsSyncUnderItsName(const QSaveFile &file, long fileSystem)
+{
+    return fileSystem == MSDOS_SUPER_MAGIC
+           || (fileSystem == EXFAT_SUPER_MAGIC && QFile::exists(file.fileName()));
+}
+
+bool commitAndSync(QSaveFile *file)
 {
     QFile replaced(file->fileName());
     replaced.open(QIODevice::ReadOnly);
@@ -76,7 +83,7 @@ bool commitFlushed(QSaveFile *file)
     const long fileSystem = fileSystemType(file->handle());
     if (!file->flush() || !reachesMedium(file->handle(), fileSystem))
         file->cancelWriting();
-    return fileSystem == MSDOS_SUPER_MAGIC ? commitOnFat(file) : file->commit();
+    return needsSyncUnderItsName(*file, fileSystem) ? commitAndSync(file) : file->commit();
 }
 
 FileSystemSync::FileSystemSync(const QString &directory)

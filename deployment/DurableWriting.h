@@ -20,9 +20,10 @@ bool writeBackChunk(QSaveFile *file, qint64 size);
 // Puts a written QSaveFile in its place, like QSaveFile::commit(), but only when every byte that
 // write() took has reached the medium: with Qt 6.4 commit() alone returns true when the last
 // buffered bytes don't fit on the drive, or when the drive fails, and puts a cut file in the place
-// of a good one. On FAT the file is also synced under its name. On false the old file still stands
-// and no temporary file is left; only when that last sync on FAT has failed there is no file at
-// all. A count short of what was given to write() is the caller's to notice.
+// of a good one. On FAT, and in another file's place on exFAT, it also syncs the file under its
+// name. On false the old file still stands and no temporary file is left; only when that last sync
+// has failed there is no file at all. A count short of what was given to write() is the caller's to
+// notice.
 bool commitFlushed(QSaveFile *file);
 
 // Tells whether what is written to a file system reaches its medium. Make it before the writing

@@ -14,7 +14,7 @@ import pytest
 BUILD = pathlib.Path(os.environ['TESSARINE_BINARY_DIR'])
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / 'support'))
 
-from drive_calls import AS_ON_FAT, calls_on  # noqa: E402
+from drive_calls import AS_ON_EXFAT, AS_ON_FAT, calls_on  # noqa: E402
 
 MEBIBYTE = 1048576
 
@@ -113,10 +113,11 @@ def test_on_fat_a_file_is_synced_once_more_under_its_name(drive, tmp_path):
         'chmod target']
 
 
-def test_on_fat_a_replaced_file_keeps_its_blocks_until_the_new_one_is_synced(drive, tmp_path):
+@pytest.mark.parametrize('file_system', [AS_ON_FAT, AS_ON_EXFAT], ids=['FAT', 'exFAT'])
+def test_a_replaced_file_keeps_its_blocks_until_the_new_one_is_synced(drive, tmp_path, file_system):
     source = write(tmp_path / 'source', 'newer')
     write(drive / 'target', 'old')
-    calls = calls_on(drive, prepare_driver('copy', source, drive / 'target'), AS_ON_FAT,
+    calls = calls_on(drive, prepare_driver('copy', source, drive / 'target'), file_system,
                      with_opening=True)
     assert calls[calls.index('fdatasync (unnamed)') - 1:] == [
         'open target',
@@ -148,6 +149,12 @@ def test_a_preparation_ends_with_a_sync_of_the_whole_drive(drive, tmp_path):
         'chmod Tessarine-Linux.sh',
         *written('Tessarine/README.txt', 455),
         *synced('.')]
+
+
+def test_on_exfat_a_new_file_is_synced_once(drive, tmp_path):
+    source = write(tmp_path / 'source', 'bytes')
+    calls = calls_on(drive, prepare_driver('copy', source, drive / 'target'), AS_ON_EXFAT)
+    assert calls[-4:] == ['fsync (unnamed)', 'fdatasync (unnamed)', 'link target', 'chmod target']
 
 
 @pytest.mark.parametrize('call', ['fsync', 'syncfs'])

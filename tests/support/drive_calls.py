@@ -13,8 +13,10 @@ RANGE = re.compile(r', (\d+), (\d+), (\w\S+)$')
 VERBS = {'renameat': 'rename', 'renameat2': 'rename', 'linkat': 'link', 'mkdirat': 'mkdir',
          'unlink': 'remove', 'unlinkat': 'remove', 'rmdir': 'remove', 'fchmod': 'chmod'}
 
-# What statfs(2) says of a FAT drive: MSDOS_SUPER_MAGIC, in the first field of its answer.
+# What statfs(2) says of a FAT and of an exFAT drive: MSDOS_SUPER_MAGIC and EXFAT_SUPER_MAGIC, in the
+# first field of its answer.
 AS_ON_FAT = '--inject=fstatfs:poke_exit=@arg2=444d000000000000'
+AS_ON_EXFAT = '--inject=fstatfs:poke_exit=@arg2=b0ba112000000000'
 
 
 def calls_on(drive, command, *options, with_opening=False):

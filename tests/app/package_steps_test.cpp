@@ -110,10 +110,11 @@ private Q_SLOTS:
 
     void wholeZipIsExtracted()
     {
-        QVERIFY(extract(ZipFile()
-                            .file(QStringLiteral("a/b.txt"), QStringLiteral("content"))
-                            .directory(QStringLiteral("empty/"))
-                            .bytes()));
+        QVERIFY2(extract(ZipFile()
+                             .file(QStringLiteral("a/b.txt"), QStringLiteral("content"))
+                             .directory(QStringLiteral("empty/"))
+                             .bytes()),
+                 qPrintable(error));
         QCOMPARE(names(QStringLiteral("extracted")), QStringList({"a", "empty"}));
         QCOMPARE(contentOf(path(QStringLiteral("extracted/a/b.txt"))), QByteArray("content"));
         QCOMPARE(error, QStringLiteral("before"));
@@ -122,16 +123,17 @@ private Q_SLOTS:
     void namesWithBlanksAndAccentsAreKept()
     {
         const QString name = QStringLiteral("Ação de graças/não é %1.txt");
-        QVERIFY(extract(ZipFile().file(name, QStringLiteral("x")).bytes()));
+        QVERIFY2(extract(ZipFile().file(name, QStringLiteral("x")).bytes()), qPrintable(error));
         QCOMPARE(contentOf(path(QStringLiteral("extracted/") + name)), QByteArray("x"));
     }
 
     void executeBitsAreThoseOfTheZip()
     {
-        QVERIFY(extract(ZipFile()
-                            .file(QStringLiteral("program"), QStringLiteral("x"), true)
-                            .file(QStringLiteral("text"), QStringLiteral("x"))
-                            .bytes()));
+        QVERIFY2(extract(ZipFile()
+                             .file(QStringLiteral("program"), QStringLiteral("x"), true)
+                             .file(QStringLiteral("text"), QStringLiteral("x"))
+                             .bytes()),
+                 qPrintable(error));
         QVERIFY(QFileInfo(path(QStringLiteral("extracted/program"))).isExecutable());
         QVERIFY(
             !(QFile::permissions(path(QStringLiteral("extracted/text"))) & QFileDevice::ExeOwner));
@@ -139,10 +141,11 @@ private Q_SLOTS:
 
     void nameThatStandsTwiceIsOverwrittenWithoutAQuestion()
     {
-        QVERIFY(extract(ZipFile()
-                            .file(QStringLiteral("a"), QStringLiteral("first"))
-                            .file(QStringLiteral("a"), QStringLiteral("second"))
-                            .bytes()));
+        QVERIFY2(extract(ZipFile()
+                             .file(QStringLiteral("a"), QStringLiteral("first"))
+                             .file(QStringLiteral("a"), QStringLiteral("second"))
+                             .bytes()),
+                 qPrintable(error));
         QCOMPARE(contentOf(path(QStringLiteral("extracted/a"))), QByteArray("second"));
     }
 
@@ -267,7 +270,7 @@ private Q_SLOTS:
 
     void completePackageIsAccepted()
     {
-        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
         QVERIFY(validateExtractedPackage(path(QStringLiteral("extracted")), &error));
         QCOMPARE(error, QStringLiteral("before"));
     }
@@ -285,7 +288,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         const QString missing = path(QStringLiteral("extracted/Tessarine/") + name);
-        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
         QVERIFY(QFile::remove(missing));
         // What stands behind it in the order isn't looked at any more.
         if (!name.contains(QStringLiteral("openssl")))
@@ -296,8 +299,10 @@ private Q_SLOTS:
 
     void packageWithoutItsTopDirectoryFailsWithTheFirstFile()
     {
-        QVERIFY(extract(
-            ZipFile().file(QStringLiteral("windows/Tessarine.exe"), QStringLiteral("x")).bytes()));
+        QVERIFY2(extract(ZipFile()
+                             .file(QStringLiteral("windows/Tessarine.exe"), QStringLiteral("x"))
+                             .bytes()),
+                 qPrintable(error));
         QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
         QCOMPARE(error,
                  QStringLiteral("Pacote sem arquivo obrigatório: %1")
@@ -306,7 +311,7 @@ private Q_SLOTS:
 
     void packageWithOnlyALinuxBundleFailsWithTheFirstFile()
     {
-        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
         QVERIFY(QDir(path(QStringLiteral("extracted/Tessarine/windows"))).removeRecursively());
         QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
         QCOMPARE(error,
@@ -316,7 +321,7 @@ private Q_SLOTS:
 
     void emptyFileOrDirectoryOfARequiredNamePasses()
     {
-        QVERIFY(extract(completePackage(QStringLiteral("1")).bytes()));
+        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
         const QString executable = path(QStringLiteral("extracted/Tessarine/linux/Tessarine"));
         QVERIFY(QFile::remove(executable) && QDir().mkpath(executable));
         writeFile(path(QStringLiteral("extracted/Tessarine/linux/qt.conf")), "");
@@ -329,7 +334,7 @@ private Q_SLOTS:
     {
         writeFile(path(QStringLiteral("drive/windows/a")), "old");
         writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QVERIFY(swap());
+        QVERIFY2(swap(), qPrintable(error));
         QCOMPARE(names(QStringLiteral("drive")), QStringList({"backup", "windows"}));
         QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("new"));
         QCOMPARE(contentOf(path(QStringLiteral("drive/backup/a"))), QByteArray("old"));
@@ -339,7 +344,7 @@ private Q_SLOTS:
     void absentTargetGetsTheSourceWithoutABackup()
     {
         writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QVERIFY(swap());
+        QVERIFY2(swap(), qPrintable(error));
         QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
         QCOMPARE(error, QStringLiteral("before"));
     }
@@ -349,7 +354,7 @@ private Q_SLOTS:
         writeFile(path(QStringLiteral("drive/windows/a")), "old");
         writeFile(path(QStringLiteral("drive/staged/a")), "new");
         writeFile(path(QStringLiteral("drive/backup/older")), "older");
-        QVERIFY(swap());
+        QVERIFY2(swap(), qPrintable(error));
         QCOMPARE(names(QStringLiteral("drive/backup")), QStringList({"a"}));
     }
 
@@ -439,7 +444,7 @@ private Q_SLOTS:
         writeFile(path(QStringLiteral("drive/staged/a")), "new");
         QList<QStringList> seen;
         whenSynced = [&] { seen.append(names(QStringLiteral("drive"))); };
-        QVERIFY(swap());
+        QVERIFY2(swap(), qPrintable(error));
         QCOMPARE(seen, QList<QStringList>({{"backup", "staged"}, {"backup", "windows"}}));
     }
 

@@ -2,6 +2,7 @@
 
 #include "deployment/PortableBundleManager.h"
 #include "tests/support/Drive.h"
+#include "tests/support/ListComparison.h"
 
 #include <QTest>
 #include <QTimer>

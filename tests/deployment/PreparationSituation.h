@@ -3,6 +3,7 @@
 #include "deployment/PortableBundleManager.h"
 #include "tests/deployment/ExpectedTexts.h"
 #include "tests/deployment/LinuxTools.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 

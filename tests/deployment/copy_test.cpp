@@ -207,6 +207,7 @@ private Q_SLOTS:
         const QString source = drive.write("source", QByteArray(3 * mebibyte, 's'));
         afterTheFirstChunk([&] { QFile::resize(source, mebibyte); });
         QCOMPARE(copyFile(source, drive.path("target")), done);
+        QCOMPARE(QFileInfo(drive.path("target")).size(), mebibyte);
         QCOMPARE(drive.read("target"), QByteArray(mebibyte, 's'));
     }
 

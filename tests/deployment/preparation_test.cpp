@@ -147,8 +147,8 @@ private Q_SLOTS:
         struct stat other = {};
         stat(QFile::encodeName(drive.path("Tessarine-Linux.sh")).constData(), &launcher);
         stat(QFile::encodeName(drive.path("Tessarine-Windows.bat")).constData(), &other);
-        QCOMPARE(launcher.st_mode & 07777U, 0755U);
-        QCOMPARE(other.st_mode & 07777U, 0644U);
+        QCOMPARE(QString::number(launcher.st_mode & 07777U, 8), "755");
+        QCOMPARE(QString::number(other.st_mode & 07777U, 8), "644");
     }
 
     void whatElseIsOnTheDriveStays()
@@ -229,8 +229,8 @@ private Q_SLOTS:
             if (step == 7)
                 atTheLastReport = drive.medium().contains(name);
         });
-        QVERIFY(!beforeTheLastStage);
-        QVERIFY(atTheLastReport);
+        QVERIFY2(!beforeTheLastStage, "a name is on the medium before its file is written");
+        QVERIFY2(atTheLastReport, "the drive was not synced");
     }
 
     void theRunningProgramIsPreparedByTheShorterCall()

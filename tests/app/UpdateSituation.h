@@ -9,6 +9,7 @@
 
 #include "tests/support/Drive.h"
 #include "tests/support/FakeDeviceManager.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/MessageBoxUser.h"
 #include "tests/support/Missing.h"
 #include "tests/support/SyncWatch.h"
@@ -175,6 +176,14 @@ public:
     void compareInformation(const QString &text) const
     {
         compareLastBox(QMessageBox::Information, text);
+    }
+
+    // A fetch that failed is told in the network's own words.
+    void compareFailedFetch(const QString &logPrefix) const
+    {
+        QVERIFY(!lastBox().text.isEmpty());
+        compareWarning(lastBox().text);
+        QCOMPARE(newLogLines(), QStringList{logPrefix + lastBox().text});
     }
 
     // Runs what a box comes up with, then dismisses it.

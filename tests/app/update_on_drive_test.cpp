@@ -37,6 +37,17 @@ class UpdateOnDriveTest : public UpdateSituation
         QVERIFY(QFile::remove(drive->path(QStringLiteral("lost"))));
     }
 
+    void compareNewBundlesAndBackups() const
+    {
+        QCOMPARE(stampedBundleNames(),
+                 QStringList({"README.txt", "linux", "linux.backup-TIME", "update-state.json",
+                              "windows", "windows.backup-TIME"}));
+        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.1.0"));
+        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
+        const QString backup = bundleNames().filter(QStringLiteral("windows.backup-")).first();
+        QCOMPARE(read(backup + QStringLiteral("/old.dll")), QByteArray("1.0.0"));
+    }
+
 private Q_SLOTS:
     void initTestCase() { openServer(); }
     void cleanupTestCase() { server.reset(); }
@@ -147,13 +158,7 @@ private Q_SLOTS:
                                  .arg(drive->path(statePath));
         compareWarning(text);
         QCOMPARE(newLogLines().last(), QStringLiteral("Falha ao aplicar atualização: ") + text);
-        QCOMPARE(stampedBundleNames(),
-                 QStringList({"README.txt", "linux", "linux.backup-TIME", "update-state.json",
-                              "windows", "windows.backup-TIME"}));
-        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.1.0"));
-        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
-        const QString backup = bundleNames().filter(QStringLiteral("windows.backup-")).first();
-        QCOMPARE(read(backup + QStringLiteral("/old.dll")), QByteArray("1.0.0"));
+        compareNewBundlesAndBackups();
     }
 
     void fullDriveKeepsTheOldStateAndReportsIt()
@@ -288,13 +293,7 @@ private Q_SLOTS:
         agreeToUpdateWithAFailureAtSync(6);
         compareWarning(QStringLiteral("Não foi possível salvar o arquivo de estado: %1")
                            .arg(updateStatePath(drive->path())));
-        QCOMPARE(stampedBundleNames(),
-                 QStringList({"README.txt", "linux", "linux.backup-TIME", "update-state.json",
-                              "windows", "windows.backup-TIME"}));
-        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.1.0"));
-        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
-        const QString backup = bundleNames().filter(QStringLiteral("windows.backup-")).first();
-        QCOMPARE(read(backup + QStringLiteral("/old.dll")), QByteArray("1.0.0"));
+        compareNewBundlesAndBackups();
     }
 
     // ---- a drive that goes away while the package is fetched

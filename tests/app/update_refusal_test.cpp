@@ -108,10 +108,7 @@ private Q_SLOTS:
         server->answer(manifestPath, VendorBehaviour::status(404));
         const QStringList before = drive->tree();
         update();
-        QVERIFY(!lastBox().text.isEmpty());
-        compareWarning(lastBox().text);
-        QCOMPARE(newLogLines(),
-                 QStringList{QStringLiteral("Falha ao consultar manifesto: ") + lastBox().text});
+        compareFailedFetch(QStringLiteral("Falha ao consultar manifesto: "));
         QCOMPARE(drive->tree(), before);
     }
 

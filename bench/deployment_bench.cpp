@@ -18,9 +18,9 @@
 #include <functional>
 #include <vector>
 
+using Tessarine::Deployment::FileSystemSync;
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleResult;
-using Tessarine::Deployment::FileSystemSync;
 
 namespace
 {

@@ -20,7 +20,6 @@
 namespace
 {
 
-using TestSupport::FakeDeviceManager;
 using TestSupport::MessageBoxUser;
 using TestSupport::TemporaryFileSystem;
 

@@ -1,7 +1,7 @@
 // prepare_driver copy SOURCE TARGET: copies one file.
 // prepare_driver prepare DRIVE WINDOWS-EXECUTABLE LINUX-EXECUTABLE: prepares the drive.
-// Prints the message for the user, if there is one. Ends with 0 for success, 1 for failure and 2 for
-// other arguments.
+// Prints the message for the user, if there is one. Ends with 0 for success, 1 for failure and 2
+// for other arguments.
 
 #include "deployment/PortableBundleManager.h"
 

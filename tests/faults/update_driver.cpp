@@ -1,6 +1,6 @@
 // update_driver DRIVE: updates the prepared drive to version 1.1.0, which a vendor of its own
-// publishes, for a user who says yes. Prints the text of the last box. Ends with 0 for success and 1
-// for failure.
+// publishes, for a user who says yes. Prints the text of the last box. Ends with 0 for success and
+// 1 for failure.
 
 #include "tests/app/UpdateSituation.h"
 

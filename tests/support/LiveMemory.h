@@ -3,12 +3,14 @@
 #include <QTimer>
 
 #ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/allocator_interface.h>
+// From sanitizer/allocator_interface.h, which comes with clang alone.
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #else
 #include <malloc.h>
 #endif
 
 #include <algorithm>
+#include <cstddef>
 
 namespace TestSupport
 {

@@ -5,7 +5,6 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
-#include "tests/support/FakeDeviceManager.h"
 #include "tests/support/MessageBoxUser.h"
 #include "tests/support/TemporaryFileSystem.h"
 #include "tests/support/TestMain.h"

@@ -95,14 +95,14 @@ private Q_SLOTS:
         server.publish(QStringLiteral("/a"), QByteArray(3000000, 'x'));
         server.answer(QStringLiteral("/a"), VendorBehaviour::stallHalfWay());
         QTimer timer;
-        connect(&timer, &QTimer::timeout, qApp, [&] {
+        connect(&timer, &QTimer::timeout, this, [&] {
             if (!server.requests().isEmpty())
                 QCoreApplication::exit();
         });
         timer.start(10);
         QByteArray body("before");
         QString error;
-        QTimer::singleShot(0, qApp, [&] {
+        QTimer::singleShot(0, this, [&] {
             body = httpGet(server.url(QStringLiteral("/a")), generousLimit, &error);
         });
         QCoreApplication::exec();

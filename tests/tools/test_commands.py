@@ -200,6 +200,16 @@ def test_setup_without_sudo_names_the_packages_that_need_root(setup, parts, pack
                              f'packages have to be installed: {packages}\n')
 
 
+@pytest.mark.parametrize('state', ['installed', 'triggers-awaited', 'triggers-pending'])
+def test_setup_takes_a_package_that_another_apt_still_works_on_for_installed(setup, checkout, state):
+    command = checkout.directory / 'commands' / 'dpkg-query'
+    command.unlink()
+    command.write_text(f'#!/bin/sh\necho {state}\n')
+    command.chmod(0o755)
+    result = setup()
+    assert (result.returncode, result.stdout, result.stderr) == (0, '', '')
+
+
 def test_setup_of_an_unknown_part_is_refused(setup):
     result = setup('run', 'dem')
     assert (result.returncode, result.stdout) == (2, '')

@@ -3,6 +3,7 @@
 #undef main
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/OwnClock.h"
 #include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/ZipFile.h"
@@ -11,6 +12,7 @@
 #include <QTest>
 
 #include <pty.h>
+#include <signal.h>
 #include <utmp.h>
 
 using TestSupport::completePackage;
@@ -33,6 +35,14 @@ QByteArray contentOf(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+volatile sig_atomic_t minutesPassed;
+
+void letAMinutePass(int)
+{
+    TestSupport::advanceClock(60);
+    minutesPassed = minutesPassed + 1;
 }
 
 } // namespace
@@ -255,6 +265,20 @@ private Q_SLOTS:
         stubUnzip("echo -n begun; kill -9 $$\n");
         QVERIFY(!extract("x"));
         QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: begun"));
+    }
+
+    void toolThatNeverEndsIsAFailureAfterThreeMinutes()
+    {
+        minutesPassed = 0;
+        signal(SIGUSR1, letAMinutePass);
+        // Each minute passes while this process waits.
+        stubUnzip("echo begun\nwhile :; do\n"
+                  "until grep -q '^State:.S' /proc/$PPID/status; do :; done\n"
+                  "kill -USR1 $PPID\ndone\n");
+        QVERIFY(!extract("x"));
+        signal(SIGUSR1, SIG_DFL);
+        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: begun\n"));
+        QCOMPARE(int(minutesPassed), 3);
     }
 
     void toolIsCalledQuietlyAndOverwriting()

@@ -475,9 +475,12 @@ bool PortableBundleManager::copyFileReplacing(const QString &source, const QStri
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(target));
     if (!copyChunks(&input, &output, result))
         return false;
+    // Before the file has its name: a repeated preparation passes over it, and wouldn't make a
+    // program executable that was cut off behind that. Best effort: FAT keeps no permissions.
+    output.setPermissions(input.permissions());
     if (!commitFlushed(&output))
         return fail(result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1").arg(target));
-    // Best effort: FAT and exFAT keep no permissions.
+    // Again, for a drive that takes none for a file without a name.
     QFile::setPermissions(target, QFile::permissions(source));
     result->touchedPaths << target;
     return true;

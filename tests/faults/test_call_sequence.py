@@ -53,7 +53,8 @@ def written(name, size):
 
 def copied(name, size):
     create, write_all, *rest = written(name, size)
-    return [create, f'start 0+{size} of {write_all.split()[-1]}', write_all, *rest, f'chmod {name}']
+    unnamed = write_all.split()[-1]
+    return [create, f'start 0+{size} of {unnamed}', f'chmod {unnamed}', write_all, *rest, f'chmod {name}']
 
 
 def synced(directory):
@@ -81,6 +82,7 @@ def test_a_large_file_reaches_the_medium_behind_its_writer_and_then_its_name(dri
         'wait for 0+1048576 of (unnamed)',
         'start 2097152+5 of (unnamed)',
         'wait for 0+2097152 of (unnamed)',
+        'chmod (unnamed)',
         'write 5 to (unnamed)',
         'wait for all of (unnamed)',
         'fdatasync (unnamed)',
@@ -105,12 +107,21 @@ def test_on_fat_a_file_is_synced_once_more_under_its_name(drive, tmp_path):
     assert calls_on(drive, prepare_driver('copy', source, drive / 'target'), AS_ON_FAT) == [
         'create .',
         'start 0+5 of (unnamed)',
+        'chmod (unnamed)',
         'write 5 to (unnamed)',
         'fsync (unnamed)',
         'fdatasync (unnamed)',
         'link target',
         'fsync target',
         'chmod target']
+
+
+def test_a_program_is_executable_before_it_has_its_name(drive, tmp_path):
+    source = write(tmp_path / 'source', 'program')
+    source.chmod(0o755)
+    calls = calls_on(drive, prepare_driver('copy', source, drive / 'target'))
+    assert calls.index('chmod (unnamed)') < calls.index('link target')
+    assert (drive / 'target').stat().st_mode & 0o777 == 0o755
 
 
 @pytest.mark.parametrize('file_system', [AS_ON_FAT, AS_ON_EXFAT], ids=['FAT', 'exFAT'])

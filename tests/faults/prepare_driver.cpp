@@ -1,11 +1,12 @@
 // prepare_driver copy SOURCE TARGET: copies one file.
 // prepare_driver prepare DRIVE WINDOWS-EXECUTABLE LINUX-EXECUTABLE: prepares the drive.
-// Prints the message for the user, if there is one. Ends with 0 for success, 1 for failure and 2
-// for other arguments.
+// Prints the message for the user, if there is one, and a line with the number of descriptors open
+// at the end. Ends with 0 for success, 1 for failure and 2 for other arguments.
 
 #include "deployment/PortableBundleManager.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QTextStream>
 
 using Tessarine::Deployment::PortableBundleManager;
@@ -28,6 +29,7 @@ int main(int argc, char *argv[])
     } else {
         return 2;
     }
-    QTextStream(stdout) << result.message;
+    const QDir descriptors(QStringLiteral("/proc/self/fd"));
+    QTextStream(stdout) << result.message << '\n' << descriptors.count() << '\n';
     return result.success ? 0 : 1;
 }

@@ -179,7 +179,7 @@ def test_an_update_has_each_step_on_the_medium_before_the_next(drive):
     write(drive / 'Tessarine/windows/Tessarine.exe', '1.0.0')
     write(drive / 'Tessarine/linux/Tessarine', '1.0.0')
     write(drive / 'Tessarine/update-state.json', '{"app": "Tessarine", "installedVersion": "1.0.0"}')
-    calls = calls_on(drive, [BUILD / 'tests/faults/update_driver', drive])
+    calls = calls_on(drive, [BUILD / 'tests/faults/window_driver', drive])
     within = ('remove Tessarine/windows.backup-TIME/', 'remove Tessarine/linux.backup-TIME/',
               'remove Tessarine/.update-TIME/')
     state, extracted = 'update-state.json', '.update-TIME/extracted'

@@ -1,5 +1,7 @@
 """The system calls by which a command changes a drive, in their order, as strace(1) sees them."""
 
+import collections
+import dataclasses
 import os
 import pathlib
 import re
@@ -7,9 +9,10 @@ import subprocess
 
 TRACED = ('openat,write,pwrite64,sync_file_range,fsync,fdatasync,syncfs,rename,renameat,renameat2,link,'
           'linkat,close,unlink,unlinkat,rmdir,mkdir,mkdirat,chmod,fchmod,ftruncate,fstatfs')
-CALL = re.compile(r'(?P<pid>\d+) +(?P<name>\w+)\((?P<arguments>.*)\) += (?P<result>-?\d+)')
+CALL = re.compile(r'(?:(?P<pid>\d+) +)?(?P<name>\w+)\((?P<arguments>.*)\) += (?P<result>-?\d+|\?)')
 PATH = re.compile(r'"([^"]*)"|<([^>]*)>')
 RANGE = re.compile(r', (\d+), (\d+), (\w\S+)$')
+TEMPORARY = re.compile(r'\.[A-Za-z]{6}$')
 VERBS = {'renameat': 'rename', 'renameat2': 'rename', 'linkat': 'link', 'mkdirat': 'mkdir',
          'unlink': 'remove', 'unlinkat': 'remove', 'rmdir': 'remove', 'fchmod': 'chmod'}
 
@@ -17,6 +20,41 @@ VERBS = {'renameat': 'rename', 'renameat2': 'rename', 'linkat': 'link', 'mkdirat
 # first field of its answer.
 AS_ON_FAT = '--inject=fstatfs:poke_exit=@arg2=444d000000000000'
 AS_ON_EXFAT = '--inject=fstatfs:poke_exit=@arg2=b0ba112000000000'
+
+
+@dataclasses.dataclass(frozen=True)
+class Call:
+    """One call: its place among all calls of that name, what it does to which paths on the drive
+    (empty: to none), and how many calls before it did the same."""
+
+    name: str
+    occurrence: int
+    verb: str
+    paths: str
+    amount: str
+    succeeded: bool
+    repetition: int = 0
+
+    @property
+    def identity(self):
+        """The same in each run, however many calls go elsewhere."""
+        return self.name, self.verb, self.paths, self.repetition
+
+    def __str__(self):
+        amount = {'write': f'{self.amount} to', 'start': f'{self.amount} of',
+                  'wait': f'for {self.amount} of'}.get(self.verb)
+        return ' '.join(part for part in (self.verb, amount, self.paths) if part)
+
+
+def calls_in(lines, drive):
+    """The calls of one process, from strace's lines."""
+    seen = collections.Counter()
+    for line in lines:
+        if match := CALL.match(line):
+            seen[match['name']] += 1
+            call = _read(match, seen[match['name']], drive)
+            yield dataclasses.replace(call, repetition=seen[call.identity])
+            seen[call.identity] += 1
 
 
 def calls_on(drive, command, *options, with_opening=False):
@@ -30,34 +68,37 @@ def calls_on(drive, command, *options, with_opening=False):
     lines = trace.read_text(encoding='utf-8', errors='replace').splitlines()
     trace.unlink()
     own = lines[0].split()[0]
-    calls = [CALL.match(line) for line in lines if line.startswith(f'{own} ')]
-    short = (_short(call, drive) for call in calls if call and int(call['result']) >= 0)
-    return [line for line in short
-            if line and (with_opening or not line.startswith(('open ', 'close ')))]
+    calls = calls_in([line for line in lines if line.startswith(f'{own} ')], drive)
+    return [str(call) for call in calls if call.succeeded and call.paths and call.name != 'fstatfs'
+            and (with_opening or call.verb not in ('open', 'close'))]
 
 
-def _short(call, drive):
-    name, arguments = call['name'], call['arguments']
-    paths = [_below(drive, quoted or opened) for quoted, opened in PATH.findall(arguments)]
-    paths = [path for path in dict.fromkeys(paths) if path]
-    if not paths or name == 'fstatfs':
-        return None
-    if name == 'openat':
-        is_made = 'O_CREAT' in arguments or 'O_TMPFILE' in arguments
-        return f'{"create" if is_made else "open"} {paths[0]}'
-    if name == 'write':
-        return f'write {call["result"]} to {paths[0]}'
-    if name == 'sync_file_range':
-        begin, size, flags = RANGE.search(arguments).groups()
-        what = 'wait for' if 'WAIT_AFTER' in flags else 'start'
-        return f'{what} {"all" if size == "0" else f"{begin}+{size}"} of {paths[0]}'
-    return f'{VERBS.get(name, name)} {" ".join(paths)}'
-
-
-def _below(drive, path):
-    """The path below the drive's root, with what changes from run to run made alike."""
+def name_on(drive, path):
+    """The path below the drive's root, with what changes from run to run made alike; None elsewhere."""
     if not f'{path}/'.startswith(f'{drive}/'):
         return None
     name = re.sub(r'\d{14}', 'TIME', os.path.relpath(path, drive))
     name = re.sub(r'(^|/)#\d+$', r'\1(unnamed)', name)
-    return re.sub(r'\.[A-Za-z]{6}$', '.XXXXXX', name)
+    return TEMPORARY.sub('.XXXXXX', name)
+
+
+def is_temporary(path):
+    """Whether this is the name that a file has for a moment, between none and its own."""
+    return TEMPORARY.search(path) is not None
+
+
+def _read(call, occurrence, drive):
+    name, arguments, result = call['name'], call['arguments'], call['result']
+    paths = [name_on(drive, quoted or opened) for quoted, opened in PATH.findall(arguments)]
+    paths = ' '.join(path for path in dict.fromkeys(paths) if path)
+    verb, amount = VERBS.get(name, name), ''
+    if name == 'openat':
+        is_made = 'O_CREAT' in arguments or 'O_TMPFILE' in arguments
+        verb = 'create' if is_made else 'open'
+    if name == 'write':
+        amount = result
+    if name == 'sync_file_range':
+        begin, size, flags = RANGE.search(arguments).groups()
+        verb = 'wait' if 'WAIT_AFTER' in flags else 'start'
+        amount = 'all' if size == '0' else f'{begin}+{size}'
+    return Call(name, occurrence, verb, paths, amount, result.isdigit())

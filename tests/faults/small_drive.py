@@ -1,0 +1,139 @@
+"""The small drives on which the commands run one after the other, and what they hold."""
+
+import contextlib
+import dataclasses
+import fcntl
+import os
+import pathlib
+import re
+import shutil
+import stat
+import struct
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / 'support'))
+
+from drive_calls import calls_in  # noqa: E402
+
+MEBIBYTE = 1048576
+STATE = 'Tessarine/update-state.json'
+PROGRAMS = ('Tessarine', 'Tessarine-Linux.sh')
+
+# What becomes of the drive itself at a call: full, read-only as the kernel makes it, or pulled out.
+FULL, READ_ONLY, PULLED = 'full drive', 'read-only drive', 'pulled drive'
+EXT4_IOC_SHUTDOWN, WITHOUT_FLUSH = 0x8004587D, 2  # linux/fs/ext4/ext4.h
+# A drive's directories are listed in the order of their names' hashes: each drive gets the same one.
+HASH_SEED = 'a0a0a0a0-a0a0-4a0a-a0a0-a0a0a0a0a0a0'
+
+
+@dataclasses.dataclass(frozen=True)
+class Entry:
+    mode: int
+    content: bytes
+    modified: int = dataclasses.field(compare=False)
+
+
+def entry_at(path):
+    status = path.lstat()
+    content = path.read_bytes() if stat.S_ISREG(status.st_mode) else b''
+    if path.name.startswith('update-state.json'):
+        content = re.sub(rb'"installedAt": "[^"]*"', b'', content)
+    return Entry(status.st_mode, content, status.st_mtime_ns)
+
+
+def tree(root):
+    return {str(path.relative_to(root)): entry_at(path) for path in root.rglob('*')}
+
+
+def below(entries, directory):
+    return {name.removeprefix(f'{directory}/'): entry for name, entry in entries.items()
+            if name.startswith(f'{directory}/')}
+
+
+def contents(entries):
+    return {name: entry.content for name, entry in entries.items()}
+
+
+def differences(entries, expected):
+    """What differs between two trees, in a line."""
+    names = sorted(name for name in {*entries, *expected} if entries.get(name) != expected.get(name))
+    return ', '.join(names[:5])
+
+
+def write_all(root, files):
+    for name, text in files.items():
+        path = root / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding='utf-8')
+        if path.name in PROGRAMS:
+            path.chmod(0o755)
+
+
+class SmallDrive:
+    """Where one run after the other takes place: a drive, and strace's file beside it."""
+
+    def __init__(self, directory, on_ext4):
+        self.root, self.trace, self.spoiled = directory / 'drive', directory / 'trace', directory / 'spoiled'
+        self._image, self._on_ext4, self._is_damaged = directory / 'image', on_ext4, False
+        self.root.mkdir(parents=True)
+        self._make()
+
+    def _make(self):
+        if not self._on_ext4:
+            subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=16M', 'tmpfs', self.root], check=True)
+            return
+        self._image.touch()
+        os.truncate(self._image, 16 * MEBIBYTE)
+        subprocess.run(['/usr/sbin/mkfs.ext4', '-q', '-F', '-m', '0', '-E', f'hash_seed={HASH_SEED}', self._image],
+                       check=True)
+        self._mount()
+
+    def _mount(self):
+        subprocess.run(['mount', '-o', 'loop,errors=remount-ro', self._image, self.root], check=True)
+
+    def lay_out(self, files):
+        if self._is_damaged:
+            self.close()
+            self._make()
+            self._is_damaged = False
+        for path in self.root.iterdir():
+            shutil.rmtree(path) if path.is_dir() else path.unlink()
+        write_all(self.root, files)
+        self.trace.unlink(missing_ok=True)
+        self.spoiled.unlink(missing_ok=True)
+
+    def spoil(self, kind):
+        """Lets the drive fill, fail or go."""
+        if kind == FULL:
+            with contextlib.suppress(OSError), (self.root / 'filler').open('wb', buffering=0) as filler:
+                while filler.write(bytes(MEBIBYTE)):
+                    pass
+            return
+        self._is_damaged = True
+        number = os.stat(self.root).st_dev
+        device = pathlib.Path(f'/sys/dev/block/{os.major(number)}:{os.minor(number)}').resolve().name
+        if kind == READ_ONLY:
+            pathlib.Path(f'/sys/fs/ext4/{device}/trigger_fs_error').write_text('1', encoding='ascii')
+            return
+        root = os.open(self.root, os.O_RDONLY)
+        fcntl.ioctl(root, EXT4_IOC_SHUTDOWN, struct.pack('I', WITHOUT_FLUSH))
+        os.close(root)
+
+    def mend(self):
+        """Gives the user the drive again, with what its medium has."""
+        if self._is_damaged:
+            self.close()
+            self._mount()
+        (self.root / 'filler').unlink(missing_ok=True)
+
+    def calls(self):
+        """What strace saw of the last run."""
+        with self.trace.open(encoding='utf-8', errors='replace') as lines:
+            return list(calls_in(lines, self.root))
+
+    def close(self):
+        # A child that is just being started may still hold what its parent had open.
+        while subprocess.run(['umount', self.root], stderr=subprocess.DEVNULL, check=False).returncode != 0:
+            time.sleep(0.01)

@@ -87,7 +87,7 @@ def test_tests_name_what_they_lack(checkout, surroundings, sentence):
     check_refusal(checkout, checkout.run(*surroundings, 'script/test'), f'script/test: {sentence}')
 
 
-@pytest.mark.parametrize('argument', ['release', '--next', '--faults', '--machine'])
+@pytest.mark.parametrize('argument', ['release', '--next', '--faults', '--fuzz', '--machine'])
 def test_tests_of_one_preset_or_release_need_root_too(checkout, argument):
     check_refusal(checkout, checkout.run(*ORDINARY_USER, 'script/test', argument),
                   f'script/test {argument}: the tests mount drives and need root: '
@@ -98,7 +98,8 @@ def test_tests_of_one_preset_or_release_need_root_too(checkout, argument):
 def test_tests_of_what_is_unknown_tell_what_there_is(checkout, arguments):
     result = checkout.run('script/test', *arguments)
     assert (result.returncode, result.stdout) == (2, '')
-    assert result.stderr == 'Usage: script/test [release | clang | debug | sanitize | --next | --faults | --machine]\n'
+    assert result.stderr == ('Usage: script/test [release | clang | debug | sanitize | --next | --faults | --fuzz | '
+                             '--machine]\n')
 
 
 def refusal_of_git(checkout):

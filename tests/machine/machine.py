@@ -5,6 +5,7 @@ QEMU boots Debian's own kernel, without KVM. The guest's root is this machine's,
 built and installed here; what is written there is gone with the guest, but for folders that are
 shared. udev finds the drives, which are image files, on an emulated USB controller. There is no
 network and no disk of this machine. A guest's clock may run fast or slow: go by no time in it.
+What is written to /dev/virtio-ports/hands there pulls a drive out, or plugs it in again.
 
     tests/machine/machine.py --drive stick.img -- lsblk
 """
@@ -12,13 +13,16 @@ network and no disk of this machine. A guest's clock may run fast or slow: go by
 import argparse
 import contextlib
 import dataclasses
+import json
 import os
 import pathlib
 import shlex
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
+import threading
 
 CACHE = pathlib.Path(__file__).resolve().parents[2] / 'build' / 'machine'
 FIRST_MODULES = ('virtio_pci', 'virtio_console', '9p', '9pnet_virtio', 'overlay')
@@ -83,8 +87,6 @@ class Unit:
 
     def backend(self):
         """What QEMU is to do with the image, as a tree of options."""
-        if not self.image:
-            return {}
         source = {'driver': 'file', 'filename': self.image}
         if self.failing:
             source = {'driver': 'blkdebug', 'image': source}
@@ -94,28 +96,42 @@ class Unit:
         if self.log:
             source = {'driver': 'blklogwrites', 'file': source,
                       'log': {'driver': 'file', 'filename': self.log}}
-        options = {'driver': 'raw', 'file': source, 'read-only': 'on' if self.optical else 'off'}
-        if self.bytes_per_second:
-            options['throttling'] = {'bps-write': self.bytes_per_second}
-        return options
+        return {'driver': 'raw', 'file': source, 'read-only': 'on' if self.optical else 'off'}
 
 
 @dataclasses.dataclass
 class Drive:
-    """What is plugged into a port. Several units make a card reader."""
+    """What is plugged into a port, or built in. Several units make a card reader."""
 
     name: str
     units: list[Unit]
     removable: bool = True     # whether it calls its media so
-    protocol: str = 'usb-bot'  # or usb-uas
+    protocol: str = 'usb-bot'  # or usb-uas, or virtio-blk-pci for an internal disk of one unit
 
-    def arguments(self):
-        yield from ('-device', f'{self.protocol},id={self.name}')
+    def _blocks(self, number):
+        return f'{self.name}-{number}'
+
+    def content(self):
+        """The arguments that say what its units read and write."""
         for number, unit in enumerate(self.units):
-            blocks = f'{self.name}-{number}'
-            kind = 'scsi-cd' if unit.optical else f'scsi-hd,removable={"on" if self.removable else "off"}'
-            yield from ('-drive', ','.join([f'if=none,id={blocks}', *dotted(unit.backend())]))
-            yield from ('-device', f'{kind},drive={blocks},bus={self.name}.0,scsi-id=0,lun={number}')
+            name, options = self._blocks(number), unit.backend() if unit.image else None
+            if unit.bytes_per_second:
+                yield from ('-object', f'throttle-group,id={name}-limit,x-bps-write={unit.bytes_per_second}')
+                options = {'driver': 'throttle', 'throttle-group': f'{name}-limit', 'file': options}
+            if options:
+                yield from ('-blockdev', ','.join([f'node-name={name}', *dotted(options)]))
+            else:
+                yield from ('-drive', f'if=none,id={name}')
+
+    def devices(self):
+        """What has to be added to the machine, in this order."""
+        if self.protocol == 'virtio-blk-pci':
+            yield {'driver': self.protocol, 'id': self.name, 'drive': self._blocks(0)}
+            return
+        yield {'driver': self.protocol, 'id': self.name}
+        for number, unit in enumerate(self.units):
+            kind = {'driver': 'scsi-cd'} if unit.optical else {'driver': 'scsi-hd', 'removable': self.removable}
+            yield {**kind, 'drive': self._blocks(number), 'bus': f'{self.name}.0', 'scsi-id': 0, 'lun': number}
 
 
 def dotted(options, prefix=''):
@@ -125,6 +141,61 @@ def dotted(options, prefix=''):
             yield from dotted(value, f'{prefix}{key}.')
         else:
             yield f'{prefix}{key}={str(value).replace(",", ",,")}'
+
+
+class Hands(threading.Thread):
+    """Unplugs a drive and plugs it in again when the guest writes "unplug NAME" or "plug NAME".
+
+    QEMU is asked for it over its protocol, https://www.qemu.org/docs/master/interop/qmp-spec.html
+    """
+
+    def __init__(self, drives):
+        super().__init__(daemon=True)
+        self._drives = {drive.name: drive for drive in drives}
+        ours, self._theirs = zip(*(socket.socketpair() for _ in range(2)))
+        self._guest, self._qemu = (end.makefile('rw', encoding='utf-8') for end in ours)
+        self.failure = None
+
+    @property
+    def descriptors(self):
+        """QEMU's ends: what the guest writes to, and what QEMU is asked through."""
+        return [end.fileno() for end in self._theirs]
+
+    def let_go(self):
+        """Once QEMU has its ends they are its alone, so that they end with it."""
+        for end in self._theirs:
+            end.close()
+
+    def run(self):
+        self._qemu.readline()
+        self._ask('qmp_capabilities')
+        try:
+            for line in self._guest:
+                verb, name = line.split()
+                {'unplug': self._unplug, 'plug': self._plug}[verb](name)
+        except GuestError as error:
+            self.failure = error
+            self._ask('quit')
+
+    def _unplug(self, name):
+        self._ask('device_del', id=name)
+
+    def _plug(self, name):
+        first, *others = self._drives[name].devices()
+        self._ask('device_add', **first, attached=False)
+        for device in others:
+            self._ask('device_add', **device)
+        self._ask('qom-set', path=f'/machine/peripheral/{name}', property='attached', value=True)
+
+    def _ask(self, command, **arguments):
+        self._qemu.write(json.dumps({'execute': command, 'arguments': arguments}) + '\n')
+        self._qemu.flush()
+        for line in self._qemu:
+            answer = json.loads(line)
+            if 'error' in answer:
+                raise GuestError(f'{command} {arguments}: {answer["error"]["desc"]}')
+            if 'return' in answer:
+                return
 
 
 def lines_of(*command):
@@ -194,7 +265,7 @@ def run(command, drives=(), shared=(), limit=600, output=None):
                   for number, folder in enumerate(shlex.quote(str(folder)) for folder in folders)]
         make_first_root(kernel, SECOND_PROCESS.format(
             kernel_modules=shlex.quote(str(kernel / 'lib/modules')), shares='\n'.join(mounts),
-            units=sum(len(drive.units) for drive in drives), status=status,
+            units=sum(len(drive.units) for drive in drives if drive.protocol.startswith('usb-')), status=status,
             directory=shlex.quote(os.getcwd()), command=shlex.join(map(str, command))),
             own / 'root.cpio')
         arguments = [
@@ -211,15 +282,25 @@ def run(command, drives=(), shared=(), limit=600, output=None):
         for number, folder in enumerate(folders):
             arguments += share_arguments(f'share{number}', folder)
         for drive in drives:
-            arguments += drive.arguments()
+            arguments += drive.content()
+            for device in drive.devices():
+                arguments += ['-device', json.dumps(device)]
+        hands = Hands(drives)
+        asked, asking = hands.descriptors
+        arguments += ['-chardev', f'socket,id=hands,fd={asked}', '-device', 'virtserialport,chardev=hands,name=hands',
+                      '-chardev', f'socket,id=control,fd={asking}', '-mon', 'chardev=control,mode=control']
         # The guest's output is taken for as long as QEMU's input is open.
-        with subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=output) as emulator:
+        with subprocess.Popen(arguments, stdin=subprocess.PIPE, stdout=output, pass_fds=hands.descriptors) as emulator:
+            hands.let_go()
+            hands.start()
             try:
                 emulator.wait(limit)
             except subprocess.TimeoutExpired:
                 raise GuestError(f'No end after {limit} s:\n{console.read_text(errors="replace")}') from None
             finally:
                 emulator.kill()
+        if hands.failure:
+            raise hands.failure
         if not status.exists():
             raise GuestError(console.read_text(errors='replace') if console.exists() else 'QEMU did not start')
         return int(status.read_text())

@@ -1,148 +1,152 @@
 #!/usr/bin/python3
-"""A sector that fails under a library, in a preparation and in an update, on each file system: never
-a success, and what was whole stays whole.
+"""A sector that fails under each kind of file of a preparation and of an update, on each file system:
+never a success, and what was whole stays whole.
 
-Where a file system puts the library is seen in a run without a failure; then the same is done on
-a drive that fails there.
+Where a file system puts a file is seen in a run without a failure; then the same is done on a stick
+that fails there.
 """
 
 import json
-import os
 import pathlib
-import subprocess
 import sys
-import tempfile
 
-import machine
+import bundles
+import guest
+import host
 import recording
-from guest import ROOT, SUPPORT, be_vendor, mount, on_desktop, unmount
-from power_cuts import BUNDLE_FILES, HOST, STATE, make_bundle, tree
+import tables
+from bundles import STATE, tree
+from power_cuts import broken_by_preparation, broken_by_update
 
-FILE_SYSTEMS = {'vfat': ['mkfs.vfat', '-F', '32', '-s', '8', '-n'], 'exfat': ['mkfs.exfat', '-L'],
-                'ext4': ['mkfs.ext4', '-q', '-E', 'root_owner=0:0', '-L']}
-LIBRARY = 'windows/Qt6Core.dll'
-DONE = {'preparation': 'USB preparado com estrutura portatil Tessarine.',
-        'update': 'Atualização concluída.\n\nVersão instalada: 1.1.0'}
+HEADER = ('file system', 'during', 'under', 'what was said')
+NEW = '1.1.0'
+PACKAGE = 'the package'
+KINDS = {
+    'preparation': {'library of Windows': 'Tessarine/windows/Qt6Core.dll',
+                    'library of Linux': 'Tessarine/linux/lib/libssl.so.3',
+                    'launcher': 'Tessarine-Linux.sh',
+                    'state file': STATE},
+    'update': {'package': PACKAGE,
+               'unpacked library': 'Tessarine/windows/Qt6Core.dll',
+               'state file': STATE},
+}
 
 
-def work(scratch, label):
-    """Prepares the drive and updates it, and notes what the window said and the drive holds."""
-    from manager import Manager, install, question_before_preparing
+# In the guest
+
+
+def inside(shared, *labels):
+    guest.begin()
+    guest.be_vendor(bundles.HOST, shared / 'certificates')
+    for label in labels:
+        guest.on_desktop(__file__, 'work', shared, label)
+
+
+def work(shared, label):
+    """Prepares the stick and updates it, and notes what the window said and the stick holds."""
+    from manager import PREPARED, Manager, question_before_preparing, question_before_updating
     from vendor import Vendor
-    file_system = label.split('-')[0].lower()
-    drive = mount(label, file_system)
+    drive = guest.mount(label)
     (drive / 'carta.txt').write_text('do usuário\n' * 200)
-    os.sync()
-    program = install(ROOT / 'build/release/app/TessarineConfig', f'/tmp/{label}/manager')
-    for kind in BUNDLE_FILES:
-        make_bundle(program.parent / 'bundles' / f'{kind}-x64', kind, '1')
-    notes = []
+    program = bundles.install(f'/tmp/{label}/manager', '1')
+    notes = {}
 
-    def note(stage):
-        """Waits for the box that ends the stage."""
-        box = manager.wait_for(
-            lambda: next((w for w in manager.windows()[1:] if w.find('push button', 'OK')), None), 'a box')
-        said = ' '.join(box.labels())
-        box.control('push button', 'OK').press()
-        manager.wait_for(lambda: len(manager.windows()) == 1, 'the end of the box')
-        os.sync()
-        pathlib.Path('/proc/sys/vm/drop_caches').write_text('3')
-        log = scratch / f'{label}.log'
-        notes.append({'stage': stage, 'said': said, 'tree': tree(drive),
-                      'log': log.stat().st_size if log.exists() else 0})
+    def note(stage, package=None):
+        """Once the box that ends the stage has gone; what is read then comes from the medium."""
+        said = manager.box()
+        warned = [line for line in manager.log if line.startswith('Aviso: ')]
+        guest.unmount(label)
+        assert guest.mount(label) == drive
+        files = {path: drive / path for path in KINDS[stage].values()}
+        files[PACKAGE] = package
+        log = shared / f'{label}.log'
+        notes[stage] = {
+            'said': '; in the log: '.join([said, *warned]).replace(str(drive), '...'), 'tree': tree(drive),
+            'beginnings': {path: file.read_bytes()[:512].hex() for path, file in files.items() if file and file.exists()},
+            'log': log.stat().st_size if log.exists() else 0}
+        (shared / f'{label}.json').write_text(json.dumps(notes))
+        return said
 
     with Manager(program) as manager, Vendor(f'/tmp/{label}/vendor') as vendor:
         manager.press('Preparar unidade USB')
         manager.answer(question_before_preparing(drive), 'Sim')
-        note('preparation')
-        if notes[-1]['said'] == DONE['preparation']:
-            vendor.publish(*(make_bundle(pathlib.Path(f'/tmp/{label}/{kind}'), kind, '3') for kind in BUNDLE_FILES),
-                           '1.1.0', 'Novidades.')
+        if note('preparation') == PREPARED and not label.startswith('P'):
+            bundles.publish(vendor, '3', NEW)
             manager.press('Verificar atualizações')
-            manager.answer(f'Atualizar Tessarine na unidade {drive}?\n\nVersão instalada: 1.0.0\n'
-                           'Versão disponível: 1.1.0\n\nNovidades.', 'Sim')
-            note('update')
-    (scratch / f'{label}.json').write_text(json.dumps(notes))
-    unmount(drive)
+            manager.answer(question_before_updating(drive, '1.0.0', NEW, bundles.NOTES), 'Sim')
+            note('update', vendor.published / f'{NEW}.zip')
+    guest.unmount(label)
 
 
-def inside(scratch, *labels):
-    be_vendor(HOST, scratch / 'certificates')
-    for label in labels:
-        on_desktop(__file__, 'work', scratch, label)
-    subprocess.run('dmesg | grep "I/O error"', shell=True, check=False)
+# Here
 
 
-def stick(scratch, label, **unit):
-    image = scratch / label
-    with open(image, 'wb') as file:
-        file.truncate(40 << 20)
-    make = FILE_SYSTEMS[label.split('-')[0].lower()]
-    subprocess.run([*make, label, image], check=True, stdout=subprocess.DEVNULL)
-    return machine.Drive(label, [machine.Unit(image, **unit)])
-
-
-def run(scratch, drives):
-    status = machine.run(['/usr/bin/python3', '-B', __file__, 'inside', scratch,
-                          *(drive.name for drive in drives)], drives, shared=[scratch], limit=1200)
-    if status:
-        sys.exit(status)
-    notes = {drive.name: json.loads((scratch / f'{drive.name}.json').read_text()) for drive in drives}
-    return {label: {note['stage']: note for note in of_label} for label, of_label in notes.items()}
+def run(shared, drives):
+    labels = [drive.name for drive in drives]
+    host.run(__file__, 'inside', shared, drives, *labels, limit=3600)
+    notes = {label: json.loads((shared / f'{label}.json').read_text()) for label in labels}
+    for of_label in notes.values():
+        for note in of_label.values():
+            note['tree'] = {path: tuple(content) for path, content in note['tree'].items()}
+    return notes
 
 
 def sector_of(content, log, begin, end):
     """Where that content was written, in that part of the log."""
     return next(sector + offset // 512 for sector, written in filter(None, recording.read(log, begin, end))
-                for offset in range(0, len(written), 512) if written[offset:offset + 512] == content)
+                for offset in range(0, len(written), 512) if written[offset:].startswith(content))
 
 
-def violations(stage, found, good):
+def violations(stage, met, good):
     """What of a run that met the sector must not be."""
-    note = found.get(stage)
-    if note is None:
-        yield f'there was no {stage}'
-        return
-    if note['said'] == DONE[stage]:
-        yield f'"{note["said"]}" was said'
-    kept = {'carta.txt'} if stage == 'preparation' else good['preparation']['tree']
-    for path in kept:
-        before = good['preparation']['tree'][path]
-        if path != STATE and note['tree'].get(path) != before:
-            yield f'{path} was whole and is {note["tree"].get(path)}'
+    if stage not in met:
+        return [f'there was no {stage}']
+    said, now = met[stage]['said'], met[stage]['tree']
+    if stage == 'preparation':
+        wrong = list(broken_by_preparation(now, {'carta.txt': good['preparation']['tree']['carta.txt']},
+                                           good['preparation']['tree']))
+    else:
+        wrong = list(broken_by_update(now, met['preparation']['tree'], good['update']['tree']))
+    if said == good[stage]['said']:
+        wrong.append('it was called done')
+    return wrong
 
 
 def main():
-    broken = False
-    with tempfile.TemporaryDirectory() as scratch:
-        scratch = pathlib.Path(scratch)
-        subprocess.run([SUPPORT / 'make-test-ca', scratch / 'certificates', HOST], check=True)
-        labels = [name.upper() for name in sys.argv[1:] or FILE_SYSTEMS]
-        for label in labels:
-            (scratch / f'{label}.log').touch()
-        good = run(scratch, [stick(scratch, label, log=scratch / f'{label}.log') for label in labels])
+    names = sys.argv[1:] or ('vfat', 'exfat', 'ext4')
+    rows, broken = [], False
+    with host.shared_folder() as shared:
         drives = []
-        for label in labels:
-            begin, end = 0, good[label]['preparation']['log']
-            for stage, version in (('preparation', '1'), ('update', '3')):
-                content = (make_bundle(scratch / version / 'windows', 'windows', version) / 'Qt6Core.dll').read_bytes()
-                sector = sector_of(content[:512], scratch / f'{label}.log', begin, end)
-                begin, end = end, good[label]['update']['log']
-                drives.append(stick(scratch, f'{label}-{stage[0].upper()}', failing=(sector,)))
-        met = run(scratch, drives)
-        for label in labels:
-            for stage in ('preparation', 'update'):
-                found = met[f'{label}-{stage[0].upper()}']
-                wrong = list(violations(stage, found, good[label]))
-                print(f'{label.lower()}, {stage}: "{found[stage]["said"] if stage in found else None}"; {wrong or "nothing lost"}')
+        for name in names:
+            log = shared / f'{name.upper()}.log'
+            log.touch()
+            drives.append(host.stick(shared, name.upper(), name, 16, log=log))
+        good = run(shared, drives)
+        for name in names:
+            recorded = good[name.upper()]
+            ends = {'preparation': (0, recorded['preparation']['log']),
+                    'update': (recorded['preparation']['log'], recorded['update']['log'])}
+            labels, drives = {}, []
+            for stage, kinds in KINDS.items():
+                for kind, path in kinds.items():
+                    label = f'{stage[0].upper()}{len(labels)}-{name.upper()}'
+                    labels[label] = stage, kind
+                    content = bytes.fromhex(recorded[stage]['beginnings'][path])
+                    sector = sector_of(content, shared / f'{name.upper()}.log', *ends[stage])
+                    drives.append(host.stick(shared, label, name, 16, failing=(sector,)))
+            for label, met in run(shared, drives).items():
+                stage, kind = labels[label]
+                wrong = violations(stage, met, recorded)
+                rows.append((name, stage, kind, f'"{met[stage]["said"]}"' if stage in met else 'nothing'))
+                print(*rows[-1], wrong or 'nothing lost', sep=', ', flush=True)
                 broken |= bool(wrong)
+    tables.write('reliability.md', 'failing sectors', HEADER, rows)
     sys.exit(broken)
 
 
 if __name__ == '__main__':
-    if sys.argv[1:2] == ['inside']:
-        inside(pathlib.Path(sys.argv[2]), *sys.argv[3:])
-    elif sys.argv[1:2] == ['work']:
-        work(pathlib.Path(sys.argv[2]), sys.argv[3])
+    INSIDE = {'inside': inside, 'work': work}
+    if sys.argv[1:2] and sys.argv[1] in INSIDE:
+        INSIDE[sys.argv[1]](pathlib.Path(sys.argv[2]), *sys.argv[3:])
     else:
         main()

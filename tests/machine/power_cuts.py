@@ -3,12 +3,14 @@
 write by write, and what stands on the drive after each cut is looked at.
 
 A cut leaves the drive with the writes up to any sector of any of them; on a drive with a cache of
-its own that is lost, also with any part of the writes since the last flush.
+its own that is lost, also with any part of the writes since the last flush. Each is mounted and read.
+One in so many is also gone on with as its user would, at once and after fsck: after a cut preparation
+a second one completes, and fsck harms nothing.
 """
 
 import argparse
+import contextlib
 import ctypes
-import hashlib
 import json
 import os
 import pathlib
@@ -16,93 +18,57 @@ import random
 import shutil
 import subprocess
 import sys
-import tempfile
 
-import machine
+import bundles
+import guest
+import host
 import recording
-from guest import ROOT, SUPPORT, be_vendor, mount, on_desktop, unmount
+import tables
+from bundles import HOST, STATE, tree
+from guest import ROOT, be_vendor, on_desktop
 
-HOST = 'velmora.example'
-SIZE = 40 << 20
-MAKE = {'vfat': ['mkfs.vfat', '-F', '32', '-s', '8', '-n', 'PEN'], 'exfat': ['mkfs.exfat', '-c', '4096', '-L', 'PEN']}
-BUNDLE_FILES = {
-    'windows': ('Tessarine.exe', 'Qt6Core.dll', 'platforms/qwindows.dll'),
-    'linux': ('Tessarine', 'Tessarine-Linux.sh', 'qt.conf', 'lib/libssl.so.3',
-              'plugins/tls/libqopensslbackend.so'),
-}
-STATE = 'Tessarine/update-state.json'
-
-
-def make_bundle(directory, kind, version):
-    """A bundle of small files of its version's own; no two of them have the same size."""
-    for number, name in enumerate(BUNDLE_FILES[kind]):
-        file = directory / name
-        file.parent.mkdir(parents=True, exist_ok=True)
-        chance = random.Random(f'{name} {version}')
-        file.write_bytes(chance.randbytes(chance.randrange(300, 9000)))
-    return directory
-
-
-def tree(directory):
-    """What each file holds, as a hash, with its size; what can't be read holds its error."""
-    found = {}
-
-    def unreadable(error):
-        found[os.path.relpath(error.filename, directory) + '/'] = (os.strerror(error.errno), -1)
-
-    for place, _, names in os.walk(directory, onerror=unreadable):
-        for name in names:
-            path = os.path.join(place, name)
-            try:
-                with open(path, 'rb') as file:
-                    content = file.read()
-                found[os.path.relpath(path, directory)] = (hashlib.sha256(content).hexdigest(), len(content))
-            except OSError as error:
-                found[os.path.relpath(path, directory)] = (os.strerror(error.errno), -1)
-    return found
+SIZE = 16 << 20
+VERSION_OF = {'first preparation': '1', 'second preparation': '2'}
+HEADER = ('file system', 'step', 'writes and flushes', 'cuts, in order: broken', 'gone on with: in vain, also after fsck',
+          'random parts: broken', 'gone on with: in vain, also after fsck')
 
 
 # In the guest that records
 
 
-def record(scratch, file_system):
+def record(scratch):
+    guest.begin()
     be_vendor(HOST, scratch / 'certificates')
-    drive = mount('PEN', file_system)
-    (drive / 'carta.txt').write_text('do usuário\n' * 200)
-    (drive / 'Fotos').mkdir()
-    (drive / 'Fotos' / 'praia.jpg').write_bytes(random.Random(1).randbytes(20000))
-    os.sync()
+    drive = guest.mount('PEN')
     on_desktop(__file__, 'work', scratch, drive)
-    unmount(drive)
+    guest.unmount('PEN')
 
 
 def work(scratch, drive):
-    from manager import Manager, install
+    from manager import Manager, question_before_updating, updated
     from vendor import Vendor
+    drive = pathlib.Path(drive)
     stages = []
 
     def stage(name):
         stages.append({'name': name, 'log': (scratch / 'log').stat().st_size, 'tree': tree(drive)})
 
-    program = install(ROOT / 'build/release/app/TessarineConfig', '/tmp/manager')
-    bundles = program.parent / 'bundles'
-    for kind in BUNDLE_FILES:
-        make_bundle(bundles / f'{kind}-x64', kind, '1')
+    (drive / 'carta.txt').write_text('do usuário\n' * 200)
+    (drive / 'Fotos').mkdir()
+    (drive / 'Fotos' / 'praia.jpg').write_bytes(random.Random(1).randbytes(20000))
+    os.sync()
+    program = bundles.install('/tmp/manager', '1')
     stage('before')
     with Manager(program) as manager:
-        manager.prepare(drive)
-        stage('first preparation')
-        for kind in BUNDLE_FILES:
-            make_bundle(bundles / f'{kind}-x64', kind, '2')
-        manager.prepare(drive)
-        stage('second preparation')
+        for name, version in VERSION_OF.items():
+            bundles.provide(program, version)
+            manager.prepare(drive)
+            stage(name)
         with Vendor('/tmp/vendor') as vendor:
-            vendor.publish(*(make_bundle(pathlib.Path('/tmp', kind), kind, '3') for kind in BUNDLE_FILES),
-                           '1.1.0', 'Novidades.')
+            bundles.publish(vendor, '3', '1.1.0')
             manager.press('Verificar atualizações')
-            manager.answer(f'Atualizar Tessarine na unidade {drive}?\n\nVersão instalada: 1.0.0\n'
-                           'Versão disponível: 1.1.0\n\nNovidades.', 'Sim')
-            manager.answer('Atualização concluída.\n\nVersão instalada: 1.1.0', 'OK')
+            manager.answer(question_before_updating(drive, '1.0.0', '1.1.0', bundles.NOTES), 'Sim')
+            manager.answer(updated('1.1.0'), 'OK')
         stage('update')
     (scratch / 'stages.json').write_text(json.dumps(stages))
 
@@ -116,35 +82,64 @@ class Disk:
     def __init__(self, image, file_system):
         subprocess.run(['modprobe', 'brd', 'rd_nr=1', f'rd_size={SIZE >> 10}'], check=True)
         self._device = os.open('/dev/ram0', os.O_RDWR)
-        self._type = file_system.encode()
+        self._type = file_system
         self._libc = ctypes.CDLL(None, use_errno=True)
         self._content = bytearray(image)
         os.makedirs('/tmp/judged')
         os.pwrite(self._device, image, 0)
 
     def write(self, sectors):
+        """What a cut leaves and every later one has, too."""
         for sector, content in sectors:
             self._content[sector * 512:sector * 512 + len(content)] = content
             os.pwrite(self._device, content, sector * 512)
 
-    def tree(self):
-        read_only = 1
-        if self._libc.mount(b'/dev/ram0', b'/tmp/judged', self._type, read_only, b''):
-            return {'/': (os.strerror(ctypes.get_errno()), -1)}
-        try:
-            return tree('/tmp/judged')
-        finally:
-            self._libc.umount2(b'/tmp/judged', 0)
-
-    def tree_with(self, sectors):
+    @contextlib.contextmanager
+    def holding(self, sectors):
         """As if those were written as well, and no longer."""
         for sector, content in sectors:
             os.pwrite(self._device, content, sector * 512)
-        found = self.tree()
+        yield
         for sector, content in sectors:
             end = sector * 512 + len(content)
             os.pwrite(self._device, self._content[sector * 512:end], sector * 512)
-        return found
+
+    @contextlib.contextmanager
+    def used(self):
+        """Whatever is done to the disk is undone."""
+        content = os.pread(self._device, SIZE, 0)
+        yield
+        os.pwrite(self._device, content, 0)
+
+    @contextlib.contextmanager
+    def mounted(self, read_only=0):
+        if self._libc.mount(b'/dev/ram0', b'/tmp/judged', self._type.encode(), read_only, b''):
+            raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
+        try:
+            yield '/tmp/judged'
+        finally:
+            self._libc.umount2(b'/tmp/judged', 0)
+
+    def tree(self):
+        try:
+            with self.mounted(read_only=1) as place:
+                return tree(place)
+        except OSError as error:
+            return {'/': (error.strerror, -1)}
+
+    def repair(self):
+        """As a system does on its own: what can be done without a question."""
+        subprocess.run([f'fsck.{self._type}', '-a', '/dev/ram0'], check=False,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def prepare(self, directory):
+        """What a preparation of the drive as it is says, and what it leaves."""
+        with self.mounted() as place:
+            driver = subprocess.run(
+                [ROOT / 'build/release/tests/faults/prepare_driver', 'prepare', place,
+                 directory / 'windows/Tessarine.exe', directory / 'linux/Tessarine'],
+                check=False, stdout=subprocess.PIPE, text=True)
+        return driver.returncode, driver.stdout, self.tree()
 
 
 def below(files, directory):
@@ -168,83 +163,127 @@ def broken_by_preparation(now, before, after):
 
 
 def broken_by_update(now, before, after):
-    bundles = [f'Tessarine/{kind}/' for kind in BUNDLE_FILES]
+    places = [f'Tessarine/{kind}/' for kind in bundles.FILES]
     for path in before:
-        if not path.startswith(tuple(bundles)) and now.get(path) not in (before[path], after.get(path)):
+        if not path.startswith(tuple(places)) and now.get(path) not in (before[path], after.get(path)):
             yield f'{path} was whole and is {now.get(path)}'
-    for bundle in bundles:
-        places = {'/'.join(path.split('/')[:2]) + '/' for path in now if path.startswith(bundle[:-1])}
-        if not any(below(now, place) in (below(before, bundle), below(after, bundle)) for place in places):
-            yield f'{bundle} is whole nowhere: {({place: below(now, place) for place in places})}'
+    for bundle in places:
+        homes = {'/'.join(path.split('/')[:2]) + '/' for path in now if path.startswith(bundle[:-1])}
+        if not any(below(now, place) in (below(before, bundle), below(after, bundle)) for place in homes):
+            yield f'{bundle} is whole nowhere: {({place: below(now, place) for place in homes})}'
         if now.get(STATE) == after[STATE] and below(now, bundle) != below(after, bundle):
             yield f'the state is new, but {bundle} is not'
 
 
-def judge(scratch, file_system, subsets):
-    subsets = int(subsets)
+class Verdict:
+    """Looks at the cuts of one stage and counts them."""
+
+    def __init__(self, disk, before, after, every):
+        self._disk, self._before, self._after, self._every = disk, before, after, every
+        self._broken_by = broken_by_update if after['name'] == 'update' else broken_by_preparation
+        self.counts = {kind: dict.fromkeys(('cuts', 'broken', 'taken up', 'in vain', 'in vain after fsck'), 0)
+                       for kind in ('prefixes', 'subsets')}
+
+    def look(self, kind):
+        """At the disk as it is."""
+        counts = self.counts[kind]
+        counts['cuts'] += 1
+        self._note(kind, 'broken', self._violations())
+        if counts['cuts'] % self._every[kind] == 0:
+            counts['taken up'] += 1
+            if self._after['name'] in VERSION_OF:
+                with self._disk.used():
+                    self._note(kind, 'in vain', self._taken_up())
+            with self._disk.used():
+                self._disk.repair()
+                violations = self._violations()
+                if self._after['name'] in VERSION_OF:
+                    violations += self._taken_up()
+                self._note(kind, 'in vain after fsck', violations)
+
+    def _violations(self):
+        return list(self._broken_by(self._disk.tree(), self._before['tree'], self._after['tree']))
+
+    def _taken_up(self):
+        """What goes wrong when the user of the disk prepares it again."""
+        try:
+            status, said, now = self._disk.prepare(pathlib.Path('/tmp', self._after['name']))
+        except OSError as error:
+            return [f'it could not be mounted: {error.strerror}']
+        wrong = [path for path, content in self._after['tree'].items() if path != STATE and now.get(path) != content]
+        return [f'a preparation said "{said}"; wrong are {len(wrong)} files'] if status or wrong else []
+
+    def _note(self, kind, key, violations):
+        if violations:
+            counts = self.counts[kind]
+            counts[key] += 1
+            print(f'{self._after["name"]}, {kind} {counts["cuts"]}, {key}: {violations}', flush=True)
+
+
+def judge(scratch, file_system, subsets, every):
     disk = Disk((scratch / 'base').read_bytes(), file_system)
     stages = json.loads((scratch / 'stages.json').read_text())
     for one in stages:
         one['tree'] = {path: tuple(content) for path, content in one['tree'].items()}
+    for name, version in VERSION_OF.items():
+        for kind in bundles.FILES:
+            bundles.make(pathlib.Path('/tmp', name, kind), kind, version)
     disk.write(step for step in recording.read(scratch / 'log', 0, stages[0]['log']) if step)
-    worst = 0
+    verdicts = []
     for before, after in zip(stages, stages[1:]):
-        broken_by = broken_by_update if after['name'] == 'update' else broken_by_preparation
-        counts = {'prefixes': [0, 0], 'subsets': [0, 0]}
-
-        def look(kind, now):
-            counts[kind][0] += 1
-            violations = list(broken_by(now, before['tree'], after['tree']))
-            if violations:
-                counts[kind][1] += 1
-                if counts[kind][1] <= 5:
-                    print(f'{file_system}, {after["name"]}, {kind} {counts[kind][0]}: {violations}', flush=True)
-
+        verdict = Verdict(disk, before, after, {'prefixes': int(every), 'subsets': 10 * int(every)})
         steps = recording.read(scratch / 'log', before['log'], after['log'])
         for number, stretch in enumerate(recording.stretches(steps)):
-            for sectors in recording.subsets(stretch, subsets, number):
-                look('subsets', disk.tree_with(sectors))
+            for sectors in recording.subsets(stretch, int(subsets), number):
+                with disk.holding(sectors):
+                    verdict.look('subsets')
             for sector in recording.prefixes(stretch):
                 disk.write([sector])
-                look('prefixes', disk.tree())
-        print(f'{file_system}, {after["name"]}: {len(steps)} writes and flushes; cuts and broken ones: {counts}', flush=True)
+                verdict.look('prefixes')
         # What is removed at the end of an update isn't synced, and may be there still.
         last = disk.tree()
-        missing = [path for path, content in after['tree'].items() if last.get(path) != content]
-        if missing:
-            print(f'{file_system}, {after["name"]}: not on the drive at its end: {missing}', flush=True)
-            worst = 1
-        worst = max(worst, counts['prefixes'][1])
-    sys.exit(1 if worst else 0)
+        verdicts.append({'stage': after['name'], 'steps': len(steps), **verdict.counts, 'missing': [
+            path for path, content in after['tree'].items() if last.get(path) != content]})
+        print(f'{file_system}: {verdicts[-1]}', flush=True)
+    (scratch / 'verdicts.json').write_text(json.dumps(verdicts))
 
 
 # Here
 
 
-def examine(file_system, subsets):
-    """Records and judges in a guest each, and returns the exit status."""
-    with tempfile.TemporaryDirectory() as scratch:
-        scratch = pathlib.Path(scratch)
-        image, log = scratch / 'image', scratch / 'log'
+def examine(file_system, subsets, every):
+    """Records and judges in a guest each, and returns what was found of each stage."""
+    with host.shared_folder() as scratch:
+        log = scratch / 'log'
         log.touch()
-        with open(image, 'wb') as file:
-            file.truncate(SIZE)
-        subprocess.run([*MAKE[file_system], image], check=True, stdout=subprocess.DEVNULL)
-        shutil.copy(image, scratch / 'base')
-        subprocess.run([SUPPORT / 'make-test-ca', scratch / 'certificates', HOST], check=True)
-        stick = machine.Drive('stick', [machine.Unit(image, log=log)])
-        itself = ['/usr/bin/python3', '-B', __file__]
-        return machine.run([*itself, 'record', scratch, file_system], [stick], [scratch], limit=1200) \
-            or machine.run([*itself, 'judge', scratch, file_system, subsets], [], [scratch], limit=7200)
+        stick = host.stick(scratch, 'PEN', file_system, SIZE >> 20, log=log)
+        shutil.copy(scratch / 'PEN', scratch / 'base')
+        host.run(__file__, 'record', scratch, [stick])
+        host.run(__file__, 'judge', scratch, [], file_system, subsets, every, limit=7200)
+        return json.loads((scratch / 'verdicts.json').read_text())
+
+
+def cells(counts):
+    return (f'{counts["cuts"]}: {counts["broken"]}',
+            f'{counts["taken up"]}: {counts["in vain"]}, {counts["in vain after fsck"]}')
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument('--subsets', type=int, default=100, metavar='N',
+    parser.add_argument('--subsets', type=int, default=200, metavar='N',
                         help='random parts of the writes between two flushes (%(default)s)')
-    parser.add_argument('file_systems', nargs='+', choices=MAKE)
+    parser.add_argument('--every', type=int, default=8, metavar='N',
+                        help='one cut in so many is gone on with, of the random ones a tenth of that (%(default)s)')
+    parser.add_argument('file_systems', nargs='*', metavar='vfat|exfat', default=('vfat', 'exfat'))
     options = parser.parse_args()
-    sys.exit(max(examine(name, options.subsets) for name in options.file_systems))
+    broken = False
+    for name in options.file_systems:
+        verdicts = examine(name, options.subsets, options.every)
+        tables.write('reliability.md', 'power cuts', HEADER, [
+            (name, one['stage'], one['steps'], *cells(one['prefixes']), *cells(one['subsets'])) for one in verdicts])
+        broken |= any(one['prefixes']['broken'] or one['prefixes']['in vain after fsck'] or one['missing']
+                      for one in verdicts)
+    sys.exit(broken)
 
 
 if __name__ == '__main__':

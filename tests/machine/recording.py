@@ -4,6 +4,7 @@ The format is that of Linux's dm-log-writes, as QEMU's driver blklogwrites makes
 https://docs.kernel.org/admin-guide/device-mapper/log-writes.html
 """
 
+import itertools
 import random
 import struct
 
@@ -54,9 +55,20 @@ def stretches(steps):
 
 
 def subsets(stretch, count, seed):
-    """Random parts of what a drive may still hold in its cache: lists of (sector, bytes)."""
-    sectors = [item for item in prefixes(stretch)]
+    """Parts of what a drive may still hold in its cache: lists of (sector, bytes), no two the same.
+
+    All of them if there are no more than `count`, else that many at random.
+    """
+    sectors = list(prefixes(stretch))
+    if 2 ** len(sectors) <= count:
+        for kept in itertools.product((False, True), repeat=len(sectors)):
+            yield list(itertools.compress(sectors, kept))
+        return
     chance = random.Random(seed)
-    for _ in range(count):
+    seen = set()
+    while len(seen) < count:
         share = chance.random()
-        yield [item for item in sectors if chance.random() < share]
+        kept = tuple(chance.random() < share for _ in sectors)
+        if kept not in seen:
+            seen.add(kept)
+            yield list(itertools.compress(sectors, kept))

@@ -30,6 +30,16 @@ def question_before_preparing(mount_point):
             'Arquivos existentes do bundle Tessarine podem ser substituídos.')
 
 
+def question_before_updating(mount_point, installed, available, notes):
+    return (f'Atualizar Tessarine na unidade {mount_point}?\n\nVersão instalada: {installed}\n'
+            f'Versão disponível: {available}\n\n{notes}')
+
+
+def updated(version):
+    """What is said of an update that is done."""
+    return f'Atualização concluída.\n\nVersão instalada: {version}'
+
+
 class Manager(Application):
     """A running manager, whose start has ended."""
 
@@ -37,11 +47,22 @@ class Manager(Application):
         super().__init__([str(program)], **options)
         self.main = self.window(TITLE)
         self._log = self.main.control('text', 'Mensagens')
+        self._list = self.main.labelled('combo box', 'Unidade USB:')
         self.wait_for(lambda: len(self.log) == 3, 'the three lines of a fresh start')
 
     @property
     def log(self):
         return self._log.text.split('\n')
+
+    @property
+    def drives(self):
+        """The lines of the list of drives."""
+        return [line.name for line in self._list.find_all('list item')]
+
+    @property
+    def chosen_drive(self):
+        """The line that the closed list shows, or None."""
+        return self._list.name if self._list.name in self.drives else None
 
     def press(self, button):
         self.main.control('push button', button).press()
@@ -71,6 +92,14 @@ class Manager(Application):
         self.press('Preparar unidade USB')
         self.answer(question_before_preparing(mount_point), 'Sim')
         self.answer(PREPARED, 'OK')
+
+    def box(self):
+        """The box that waits for its OK, waited for: its text. It is gone then."""
+        box = self.wait_for(lambda: next((w for w in self.windows()[1:] if w.find('push button', 'OK')), None), 'a box')
+        text = ' '.join(box.labels())
+        box.control('push button', 'OK').press()
+        self.wait_for(lambda: len(self.windows()) == 1, 'the end of the box')
+        return text
 
     def close(self):
         """Leaves by the menu, and returns the exit status."""

@@ -1,0 +1,43 @@
+"""What scenarios do before and after their guests."""
+
+import contextlib
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import machine
+from bundles import HOST
+
+SUPPORT = pathlib.Path(__file__).resolve().parents[1] / 'support'
+sys.path.insert(0, str(SUPPORT))
+
+# Clusters as sticks have them, and a root that is the user's.
+MAKE = {'vfat': ['mkfs.vfat', '-F', '32', '-s', '8', '-n'], 'exfat': ['mkfs.exfat', '-c', '4096', '-L'],
+        'ext4': ['mkfs.ext4', '-q', '-E', 'root_owner=4321:4321', '-L']}
+
+
+@contextlib.contextmanager
+def shared_folder():
+    """A folder that the guest's user may write to, with the vendor's certificates."""
+    with tempfile.TemporaryDirectory() as folder:
+        folder = pathlib.Path(folder)
+        folder.chmod(0o777)
+        subprocess.run([SUPPORT / 'make-test-ca', folder / 'certificates', HOST], check=True)
+        subprocess.run(['chmod', '-R', 'a+rX', folder / 'certificates'], check=True)
+        yield folder
+
+
+def stick(folder, label, file_system, mebibytes, **unit):
+    """A stick of that name and label, whose image lies in the folder."""
+    image = folder / label
+    with open(image, 'wb') as file:
+        file.truncate(mebibytes << 20)
+    subprocess.run([*MAKE[file_system], label, image], check=True, stdout=subprocess.DEVNULL)
+    return machine.Drive(label, [machine.Unit(image, **unit)])
+
+
+def run(scenario, part, folder, drives, *arguments, limit=1200):
+    """Runs that part of the scenario in a guest, and ends when it fails."""
+    if machine.run(['/usr/bin/python3', '-B', scenario, part, folder, *arguments], drives, [folder], limit=limit):
+        sys.exit(f'{pathlib.Path(scenario).name}: {part} failed')

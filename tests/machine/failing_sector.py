@@ -62,7 +62,8 @@ def work(shared, label):
         log = shared / f'{label}.log'
         notes[stage] = {
             'said': '; in the log: '.join([said, *warned]).replace(str(drive), '...'), 'tree': tree(drive),
-            'beginnings': {path: file.read_bytes()[:512].hex() for path, file in files.items() if file and file.exists()},
+            'beginnings': {path: file.read_bytes()[:512].hex() for path, file in files.items()
+                           if file and file.exists()},
             'log': log.stat().st_size if log.exists() else 0}
         (shared / f'{label}.json').write_text(json.dumps(notes))
         return said

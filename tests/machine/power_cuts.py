@@ -29,8 +29,9 @@ from guest import ROOT, be_vendor, on_desktop
 
 SIZE = 16 << 20
 VERSION_OF = {'first preparation': '1', 'second preparation': '2'}
-HEADER = ('file system', 'step', 'writes and flushes', 'cuts, in order: broken', 'gone on with: in vain, also after fsck',
-          'random parts: broken', 'gone on with: in vain, also after fsck')
+GONE_ON_WITH = 'gone on with: in vain, also after fsck'
+HEADER = ('file system', 'step', 'writes and flushes', 'cuts, in order: broken', GONE_ON_WITH,
+          'random parts: broken', GONE_ON_WITH)
 
 
 # In the guest that records

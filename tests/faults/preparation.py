@@ -122,8 +122,13 @@ class Assembly(Preparation):
         shutil.copy('/bin/true', self.sources / 'linux/Tessarine')
         shutil.copy('/lib/x86_64-linux-gnu/libcom_err.so.2', self.plugins / 'tls/libplugin.so')
         # Beside a program, this file says where its Qt is.
-        write_all(self.sources, {'qt.conf': f'[Paths]\nPlugins = {self.plugins}\n'})
+        write_all(self.sources, {'qt.conf': f'[Paths]\nPlugins = "{self.plugins}"\n'})
         self.driver = shutil.copy(self.driver, self.sources)
+
+    def learn(self, drive):
+        faults = super().learn(drive)
+        assert 'Tessarine/linux/plugins/tls/libplugin.so' in self.after, 'the plugins are taken from elsewhere'
+        return faults
 
     def programs(self):
         return [*super().programs(), 'Tessarine/linux/Tessarine']

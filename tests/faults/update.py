@@ -135,6 +135,9 @@ class Update(Command):
         if fault.cuts_off:
             return
         again = self.run(drive)
+        # On a very busy machine pgrep may not answer within its time.
+        while again.message.startswith('Feche o Tessarine'):
+            again = self.run(drive)
         now = tree(drive.root)
         if again.status != 0 and not again.message.startswith('A unidade já está atualizada.'):
             yield f'a second update fails: {again}'

@@ -1,3 +1,4 @@
+#include "deployment/CommandOutput.h"
 #include "deployment/DurableWriting.h"
 #include "deployment/PortableBundleManager.h"
 #include "platform/linux/LinuxDeviceManager.h"
@@ -60,6 +61,8 @@ namespace
 
 using Tessarine::Deployment::commitFlushed;
 using Tessarine::Deployment::FileSystemSync;
+using Tessarine::Deployment::leadsOffDrive;
+using Tessarine::Deployment::limitOutput;
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleOptions;
 using Tessarine::Deployment::PortableBundleResult;
@@ -86,7 +89,9 @@ void keepOnScreen(QMessageBox *box)
     label->setWordWrap(true);
     const QSize room = box->screen()->availableSize() / 2;
     const int width = std::min(room.width(), 500);
-    if (label->heightForWidth(width) <= room.height()
+    constexpr qsizetype tooLongToMeasure =
+        10'000; // characters; a label takes a minute for millions
+    if (box->text().size() < tooLongToMeasure && label->heightForWidth(width) <= room.height()
         && label->minimumSizeHint().width() <= room.width())
         return;
 
@@ -308,7 +313,7 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
     const QByteArray json =
         QJsonDocument(updateState(version, packageHash)).toJson(QJsonDocument::Indented);
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+    if (leadsOffDrive(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         *error = QStringLiteral("Não foi possível abrir o arquivo de estado: %1").arg(path);
         return false;
     }
@@ -324,10 +329,12 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
 // Empty when the drive has no usable record.
 QString readInstalledVersion(const QString &mountPoint)
 {
+    constexpr qint64 sizeLimit = 1'048'576; // bytes; a state file has some hundred
     QFile file(updateStatePath(mountPoint));
-    if (!file.open(QIODevice::ReadOnly))
+    // Opening a pipe would wait for its other end, and a device may have none.
+    if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly))
         return {};
-    const QJsonObject state = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject state = QJsonDocument::fromJson(file.read(sizeLimit)).object();
     if (state.value(QStringLiteral("app")).toString() != QStringLiteral("Tessarine"))
         return {};
     return state.value(QStringLiteral("installedVersion")).toString();
@@ -441,6 +448,12 @@ QByteArray bodyOf(QNetworkReply *reply, const QUrl &url, QString *error)
 // meanwhile. An empty result with *error unchanged means that the body was empty.
 QByteArray httpGet(const QUrl &url, int limitMs, QString *error)
 {
+    // A device or a pipe has no end.
+    const QFileInfo local(url.toLocalFile());
+    if (local.exists() && !local.isFile() && !local.isDir()) {
+        *error = QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString());
+        return {};
+    }
     QNetworkAccessManager manager;
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
@@ -469,8 +482,9 @@ QByteArray httpGet(const QUrl &url, int limitMs, QString *error)
 bool isMainApplicationRunning()
 {
     QProcess pgrep;
+    limitOutput(&pgrep);
     pgrep.start(QStringLiteral("pgrep"), {QStringLiteral("-x"), QStringLiteral("Tessarine")});
-    if (!pgrep.waitForFinished(5000))
+    if (!pgrep.waitForFinished(5000) || pgrep.exitStatus() != QProcess::NormalExit)
         return true;
     const QString output = QString::fromLocal8Bit(pgrep.readAllStandardOutput());
     return pgrep.exitCode() == 0 && !output.trimmed().isEmpty();
@@ -483,6 +497,7 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
         return false;
     }
     QProcess unzip;
+    limitOutput(&unzip);
     // unzip asks on a full drive and for the password of an encrypted entry. Without input and
     // without a terminal to turn to it gives up at once, instead of waiting for an answer.
     unzip.setStandardInputFile(QProcess::nullDevice());
@@ -1293,7 +1308,8 @@ bool ConfigWindow::copyUpdatableDevice(UsbDevice *device)
                                     "atualizações."));
         return false;
     }
-    if (!QFileInfo(bundleRootOf(device->mountPoint)).isDir()) {
+    const QString bundleRoot = bundleRootOf(device->mountPoint);
+    if (!QFileInfo(bundleRoot).isDir() || leadsOffDrive(bundleRoot)) {
         inform(this, QStringLiteral("A unidade selecionada ainda não possui uma estrutura "
                                     "Tessarine preparada."));
         return false;
@@ -1336,7 +1352,9 @@ void ConfigWindow::updateSelectedDevice()
     const StagingArea staging = stagingAreaIn(bundleRoot);
     FileSystemSync drive(bundleRoot);
     // A drive that has gone meanwhile may have left its directory behind, on the host's own disk.
-    if (!fileSystem || drive.fileSystem() != fileSystem || !QDir().mkpath(staging.path)) {
+    // What stands there already isn't this run's: links may lie in it.
+    if (!fileSystem || drive.fileSystem() != fileSystem || QFileInfo::exists(staging.path)
+        || !QDir().mkpath(staging.path)) {
         warn(this, QStringLiteral("Não foi possível criar área temporária na unidade USB."));
         return;
     }

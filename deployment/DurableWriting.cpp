@@ -86,6 +86,15 @@ bool commitFlushed(QSaveFile *file)
     return needsSyncUnderItsName(*file, fileSystem) ? commitAndSync(file) : file->commit();
 }
 
+bool leadsOffDrive(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat link = {};
+    struct stat target = {};
+    return lstat(name.constData(), &link) == 0 && S_ISLNK(link.st_mode)
+           && (stat(name.constData(), &target) != 0 || target.st_dev != link.st_dev);
+}
+
 FileSystemSync::FileSystemSync(const QString &directory)
     : m_descriptor(
         open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))

@@ -26,6 +26,10 @@ bool writeBackChunk(QSaveFile *file, qint64 size);
 // notice.
 bool commitFlushed(QSaveFile *file);
 
+// Whether a link stands at the path that leads off its file system, or nowhere. A drive may come
+// from anybody: what is written through such a link would land among the host's files.
+bool leadsOffDrive(const QString &path);
+
 // Tells whether what is written to a file system reaches its medium. Make it before the writing
 // begins: Linux reports an error of the medium only to descriptors that were open when it occurred,
 // and once to each (syncfs(2)).

@@ -1,5 +1,6 @@
 #include "deployment/PortableBundleManager.h"
 
+#include "deployment/CommandOutput.h"
 #include "deployment/DurableWriting.h"
 
 #include <QCoreApplication>
@@ -178,6 +179,7 @@ void makeExecutable(const QString &path)
 std::optional<QString> outputOf(const QString &program, const QString &argument)
 {
     QProcess process;
+    limitOutput(&process);
     process.setProgram(program);
     process.setArguments({argument});
     process.start();
@@ -453,7 +455,7 @@ bool PortableBundleManager::validateBundleFitsUsb(const QString &usbRoot, const 
 
 bool PortableBundleManager::ensureDirectory(const QString &path, PortableBundleResult *result) const
 {
-    if (!QDir().mkpath(path))
+    if (!QDir().mkpath(path) || leadsOffDrive(path))
         return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(path));
     result->touchedPaths << path;
     return true;
@@ -471,7 +473,7 @@ bool PortableBundleManager::copyFileReplacing(const QString &source, const QStri
         return fail(result, QStringLiteral("Nao foi possivel copiar o arquivo: %1")
                                 .arg(QFileInfo(source).fileName()));
     QSaveFile output(target);
-    if (!output.open(QIODevice::WriteOnly))
+    if (leadsOffDrive(target) || !output.open(QIODevice::WriteOnly))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(target));
     if (!copyChunks(&input, &output, result))
         return false;
@@ -548,7 +550,7 @@ bool PortableBundleManager::writeTextFile(const QString &path, const QString &te
                                           PortableBundleResult *result) const
 {
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+    if (leadsOffDrive(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(path));
     QTextStream stream(&file);
     stream << text << Qt::flush;

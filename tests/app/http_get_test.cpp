@@ -8,6 +8,8 @@
 #include <QElapsedTimer>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using TestSupport::VendorBehaviour;
 using TestSupport::VendorServer;
 
@@ -193,6 +195,20 @@ private Q_SLOTS:
         file.write("local");
         file.close();
         QCOMPARE(fetch(QUrl::fromLocalFile(file.fileName())).body, QByteArray("local"));
+    }
+
+    void fileWithoutAnEndIsNotWaitedFor()
+    {
+        const QTemporaryDir directory;
+        const QString pipe = directory.filePath(QStringLiteral("pipe"));
+        QCOMPARE(mkfifo(qPrintable(pipe), 0600), 0);
+        for (const QString &path : {pipe, QStringLiteral("/dev/zero")}) {
+            const QUrl url = QUrl::fromLocalFile(path);
+            const Fetched fetched = fetch(url);
+            QVERIFY(fetched.body.isEmpty());
+            QCOMPARE(fetched.error,
+                     QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString()));
+        }
     }
 
     void refusedConnectionReportsTheNetworkLayersWords()

@@ -4,6 +4,8 @@
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/OwnClock.h"
+#include "tests/support/PeakMemory.h"
+#include "tests/support/StubCommand.h"
 #include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/ZipFile.h"
@@ -281,6 +283,15 @@ private Q_SLOTS:
         QCOMPARE(int(minutesPassed), 3);
     }
 
+    void toolThatPrintsWithoutEndIsKilledBeforeItFillsTheMemory()
+    {
+        stubUnzip("exec yes error >&2\n");
+        const qint64 before = TestSupport::peakMemory();
+        QVERIFY(!extract("zip"));
+        QVERIFY(error.startsWith(QStringLiteral("Falha ao extrair ZIP: error\n")));
+        QVERIFY(TestSupport::peakMemory() - before < 256'000'000);
+    }
+
     void toolIsCalledQuietlyAndOverwriting()
     {
         stubUnzip("printf '<%s>' \"$@\"; exit 3\n");
@@ -525,6 +536,21 @@ private Q_SLOTS:
     {
         qputenv("PATH", qPrintable(path(QStringLiteral("bin"))));
         QVERIFY(isMainApplicationRunning());
+    }
+
+    void toolThatDiesOrPrintsWithoutEndCountsAsRunning_data()
+    {
+        QTest::addColumn<QByteArray>("script");
+        QTest::newRow("dies") << QByteArray("kill -SEGV $$");
+        QTest::newRow("prints without end") << QByteArray("exec yes");
+    }
+    void toolThatDiesOrPrintsWithoutEndCountsAsRunning()
+    {
+        QFETCH(QByteArray, script);
+        const TestSupport::StubCommand pgrep(QStringLiteral("pgrep"), script);
+        const qint64 before = TestSupport::peakMemory();
+        QVERIFY(isMainApplicationRunning());
+        QVERIFY(TestSupport::peakMemory() - before < 128'000'000);
     }
 
     void mainApplicationIsFoundByItsExactName_data()

@@ -39,6 +39,11 @@ public:
         return add({{QStringLiteral("name"), name}, {QStringLiteral("link"), target}});
     }
 
+    ZipFile &device(const QString &name)
+    {
+        return add({{QStringLiteral("name"), name}, {QStringLiteral("device"), true}});
+    }
+
     // A name that ends in a slash.
     ZipFile &directory(const QString &name) { return add({{QStringLiteral("name"), name}}); }
 

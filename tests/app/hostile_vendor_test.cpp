@@ -1,0 +1,217 @@
+#include "tests/app/HostileCases.h"
+#include "tests/app/UpdateSituation.h"
+#include "tests/support/OwnClock.h"
+
+// What a stolen server, or a man in the middle with a certificate, could publish. However it ends,
+// the drive holds the old bundles or the new ones, and nothing outside of them has changed.
+class HostileVendorTest : public UpdateSituation
+{
+    Q_OBJECT
+
+    // What a hostile entry would like to write to.
+    std::unique_ptr<Drive> host;
+    HostileCases cases{QStringLiteral("vendor")};
+
+    enum class End { Untouched, Updated };
+
+    void updateAndCompare(const QString &message, End end,
+                          const QString &name = QString::fromUtf8(QTest::currentDataTag()))
+    {
+        host->write(QStringLiteral("document"), "precious");
+        const QStringList onHost = host->tree();
+        const QStringList before = drive->tree();
+        QElapsedTimer clock;
+        clock.start();
+        agreeToUpdate();
+        cases.note(lastBox().text, clock,
+                   end == End::Updated ? QStringLiteral("new bundles")
+                                       : QStringLiteral("as before"),
+                   name);
+        QVERIFY2(lastBox().text.startsWith(message), qPrintable(lastBox().text));
+        QCOMPARE(host->tree(), onHost);
+        QCOMPARE(drive->read(QStringLiteral("documento.txt")), QByteArray("precious"));
+        if (end == End::Untouched)
+            QCOMPARE(drive->tree(), before);
+        else
+            QCOMPARE(bundleNames(),
+                     QStringList({"README.txt", "linux", "update-state.json", "windows"}));
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        openServer();
+        host = std::make_unique<Drive>();
+    }
+    void cleanupTestCase()
+    {
+        cases.write();
+        host.reset();
+        server.reset();
+    }
+    void init() { begin(); }
+    void cleanup() { end(); }
+
+    void manifestLeavesTheDriveAsItIs_data()
+    {
+        QTest::addColumn<QByteArray>("key");
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<QString>("message");
+        const QByteArray digits(1000, '9');
+        const QString invalid = QStringLiteral("Manifesto invalido: ");
+        const QString current = QStringLiteral("A unidade já está atualizada.");
+        QTest::newRow("version of a thousand digits")
+            << QByteArray("version") << '"' + digits + '"' << current;
+        QTest::newRow("version of a thousand segments")
+            << QByteArray("version") << '"' + QByteArray("0.").repeated(1000) + '"' << current;
+        QTest::newRow("size of a thousand digits") << QByteArray("size") << digits << invalid;
+        QTest::newRow("schema of a thousand digits")
+            << QByteArray("schemaVersion") << digits << invalid;
+        QTest::newRow("nesting of a hundred thousand levels")
+            << QByteArray("releaseNotes") << QByteArray(100000, '[') << invalid;
+        QTest::newRow("notes that are no UTF-8") << QByteArray("releaseNotes")
+                                                 << QByteArray("\"Corre\xE7\xF5"
+                                                               "es\"")
+                                                 << invalid;
+        QTest::newRow("second version that is empty")
+            << QByteArray("version") << QByteArray("\"1.1.0\", \"version\": \"\"")
+            << QStringLiteral("Manifesto sem version, packageUrl ou sha256.");
+        QTest::newRow("address of another scheme")
+            << QByteArray("packageUrl") << QByteArray("\"javascript:alert(1)\"")
+            << QStringLiteral("Protocol \"javascript\" is unknown");
+        QTest::newRow("address of a device")
+            << QByteArray("packageUrl") << QByteArray("\"file:///dev/zero\"")
+            << QStringLiteral("Tempo limite excedido ao acessar: file:///dev/zero");
+        QTest::newRow("address of a file of the host")
+            << QByteArray("packageUrl") << QByteArray("\"file:///etc/passwd\"")
+            << QStringLiteral("Tamanho do pacote divergente.");
+    }
+    void manifestLeavesTheDriveAsItIs()
+    {
+        QFETCH(QByteArray, key);
+        QFETCH(QByteArray, value);
+        QFETCH(QString, message);
+        QByteArray body = QJsonDocument(manifest).toJson();
+        const QRegularExpression pair(QStringLiteral("\"%1\": [^\\n,]+").arg(QString(key)));
+        body.replace(pair.match(QString(body)).captured().toUtf8(), '"' + key + "\": " + value);
+        server->publish(manifestPath, body);
+        updateAndCompare(message, End::Untouched);
+    }
+
+    void manifestInUtf16IsRefused()
+    {
+        const QString text = QString::fromUtf8(QJsonDocument(manifest).toJson());
+        server->publish(
+            manifestPath,
+            "\xFF\xFE" + QByteArray(reinterpret_cast<const char *>(text.utf16()), 2 * text.size()));
+        updateAndCompare(QStringLiteral("Manifesto invalido: "), End::Untouched,
+                         QStringLiteral("manifest in UTF-16"));
+    }
+
+    void notesOfManyMegabytesAreShownAndCanBeRefusedOrTaken()
+    {
+        publishWith(QStringLiteral("releaseNotes"),
+                    QStringLiteral("<b>Correções.</b>\n").repeated(250000));
+        updateAndCompare(QStringLiteral("Atualização concluída."), End::Updated,
+                         QStringLiteral("notes of 4.5 million characters"));
+    }
+
+    void redirectThatLeadsAstrayIsRefused_data()
+    {
+        QTest::addColumn<QUrl>("target");
+        QTest::newRow("to itself, without an end") << server->url(packagePath);
+        QTest::newRow("to a file of the host") << QUrl(QStringLiteral("file:///etc/passwd"));
+        QTest::newRow("to plain HTTP") << server->plainUrl(packagePath);
+    }
+    void redirectThatLeadsAstrayIsRefused()
+    {
+        QFETCH(QUrl, target);
+        server->answer(packagePath, VendorBehaviour::redirect(target));
+        updateAndCompare(QString(), End::Untouched);
+        QVERIFY(newLogLines().value(0).startsWith(QStringLiteral("Falha no download: ")));
+    }
+
+    void packageThatDripsOrNeverEndsIsGivenUp_data()
+    {
+        QTest::addColumn<bool>("drips");
+        QTest::newRow("a byte at a time") << true;
+        QTest::newRow("a body without an end") << false;
+    }
+    void packageThatDripsOrNeverEndsIsGivenUp()
+    {
+        QFETCH(bool, drips);
+        server->answer(packagePath,
+                       drips ? VendorBehaviour::drip(100000, 100) : VendorBehaviour::endlessBody());
+        QTimer::singleShot(2000, this, [] { TestSupport::advanceClock(601); });
+        updateAndCompare(QStringLiteral("Tempo limite excedido ao acessar: "), End::Untouched);
+    }
+
+    void zipThatCannotBeTakenLeavesTheDriveAsItIs_data()
+    {
+        QTest::addColumn<ZipFile>("zip");
+        QTest::addColumn<QString>("message");
+        const QString refused = QStringLiteral("Falha ao extrair ZIP: ");
+        const QString document = host->path(QStringLiteral("document"));
+        QTest::newRow("entry with an absolute name")
+            << completePackage(QStringLiteral("1.1.0")).file(document, QStringLiteral("x"))
+            << refused;
+        QTest::newRow("entry behind a link to the host")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .link(QStringLiteral("out"), host->path())
+                   .file(QStringLiteral("out/document"), QStringLiteral("x"))
+            << refused;
+        QTest::newRow("bomb of zeros")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .zeros(QStringLiteral("Tessarine/linux/bomb"), 300'000'000)
+            << refused;
+    }
+    void zipThatCannotBeTakenLeavesTheDriveAsItIs()
+    {
+        QFETCH(ZipFile, zip);
+        QFETCH(QString, message);
+        prepareDrive(failingDrive());
+        publish(zip.bytes());
+        updateAndCompare(message, End::Untouched);
+    }
+
+    void restOfAZipIsIgnored_data()
+    {
+        QTest::addColumn<ZipFile>("zip");
+        const QString climbing = QStringLiteral("../../../../../../../../../..");
+        const QString document = host->path(QStringLiteral("document"));
+        QTest::newRow("entry that points upwards")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .file(climbing + document, QStringLiteral("x"));
+        QTest::newRow("entry that replaces the package itself")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .file(QStringLiteral("../package.zip"), QStringLiteral("x"));
+        QTest::newRow("device file") << completePackage(QStringLiteral("1.1.0"))
+                                            .device(QStringLiteral("Tessarine/linux/zero"));
+        QTest::newRow("two entries of one name")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .file(QStringLiteral("Tessarine/linux/Tessarine"), QStringLiteral("1.1.0"));
+        QTest::newRow("files of the drive itself")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .file(QStringLiteral("documento.txt"), QStringLiteral("x"))
+                   .file(QStringLiteral("Tessarine/README.txt"), QStringLiteral("x"))
+                   .file(QStringLiteral("Tessarine/update-state.json"), QStringLiteral("x"));
+        QTest::newRow("entry named as the state of the staging")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .file(QStringLiteral("package.zip"), QStringLiteral("x"));
+        QTest::newRow("name of every character")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .file(QStringLiteral("Tessarine/linux/a\nb\u202e<b>%1"), QStringLiteral("x"));
+    }
+    void restOfAZipIsIgnored()
+    {
+        QFETCH(ZipFile, zip);
+        publish(zip.bytes());
+        updateAndCompare(QStringLiteral("Atualização concluída."), End::Updated);
+        QCOMPARE(read(QStringLiteral("README.txt")), QByteArray("text"));
+        QCOMPARE(state().value(QStringLiteral("app")).toString(), QStringLiteral("Tessarine"));
+        QVERIFY(QFileInfo(drive->path(QStringLiteral("Tessarine/linux/zero"))).size() == 0);
+    }
+};
+
+TESSARINE_UPDATE_TEST_MAIN(HostileVendorTest)
+#include "hostile_vendor_test.moc"

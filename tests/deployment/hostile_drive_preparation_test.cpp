@@ -1,0 +1,71 @@
+#include "tests/deployment/PreparationSituation.h"
+#include "tests/support/PeakMemory.h"
+
+// A drive that somebody else has prepared for this: what a preparation writes stays on it.
+class HostileDrivePreparationTest : public PreparationSituation
+{
+    Q_OBJECT
+
+    const Drive m_host;
+    const Bundles m_bundles;
+
+private Q_SLOTS:
+    void init()
+    {
+        begin();
+        m_host.write("document", "precious");
+    }
+    void cleanup() { end(); }
+
+    void aLinkOffTheDriveIsNotWrittenThrough_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QString>("message");
+        const QString directory = "Nao foi possivel criar a pasta: ";
+        const QString file = "Nao foi possivel criar o arquivo: ";
+        for (const char *name : {"Tessarine", "Tessarine/windows", "Tessarine/linux/lib"})
+            QTest::newRow(name) << QString(name) << m_host.path() << directory;
+        for (const char *name : {"Tessarine-Windows.bat", "Tessarine-Linux.sh",
+                                 "Tessarine/README.txt", "Tessarine/windows/Qt6Core.dll"}) {
+            QTest::newRow(name) << QString(name) << m_host.path("document") << file;
+            QTest::addRow("%s to nowhere", name) << QString(name) << m_host.path("absent") << file;
+        }
+        QTest::newRow("to itself") << "Tessarine"
+                                   << "Tessarine" << directory;
+    }
+    void aLinkOffTheDriveIsNotWrittenThrough()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, target);
+        QFETCH(QString, message);
+        const Drive drive = Drive::tmpfs(16 * mebibyte);
+        drive.link(name, target == name ? drive.path(name) : target);
+        const QStringList before = m_host.tree();
+        QCOMPARE(prepare(drive, m_bundles.both()), message + drive.path(name));
+        QCOMPARE(m_host.tree(), before);
+    }
+
+    void aLinkWithinTheDriveIsFollowed()
+    {
+        const Drive drive = Drive::tmpfs(16 * mebibyte);
+        drive.write("other/library", "x");
+        drive.link("Tessarine/linux/lib", drive.path("other"));
+        QCOMPARE(prepare(drive, m_bundles.both()), prepared);
+        QCOMPARE(drive.read("other/libQt6Core.so.6"), QByteArray("library"));
+    }
+
+    void tenThousandFilesInTheBundleRootAreNoBurden()
+    {
+        const Drive drive = Drive::tmpfs(64 * mebibyte);
+        for (int number = 0; number < 10'000; ++number)
+            drive.write(QStringLiteral("Tessarine/garbage %1").arg(number), {});
+        const qint64 before = TestSupport::peakMemory();
+        QCOMPARE(prepare(drive, m_bundles.both()), prepared);
+        QVERIFY(TestSupport::peakMemory() - before < 32'000'000);
+        QVERIFY(drive.exists("Tessarine/garbage 9999"));
+    }
+};
+
+TESSARINE_MOUNTING_TEST_MAIN(QCoreApplication, HostileDrivePreparationTest)
+#include "hostile_drive_preparation_test.moc"

@@ -1,0 +1,183 @@
+#!/usr/bin/python3
+"""Pulled out in the middle: while bundles are copied, while a package is fetched, unpacked and swapped
+in. What the program says then, that its window can be used, and that a second run on the stick,
+plugged in again, leaves what one without the pull leaves.
+"""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import sys
+import time
+
+import bundles
+import guest
+import host
+import tables
+from bundles import LEFTOVER, tree
+
+FILE_SYSTEMS = ('vfat', 'exfat')
+LIBRARY_SIZE = 8 << 20
+HEADER = ('file system', 'pulled during', 'what was said', 'second run')
+OLD, NEW = '1.0.0', '1.1.0'
+
+
+# In the guest
+
+
+def inside(shared, *names):
+    guest.begin()
+    guest.be_vendor(bundles.HOST, shared / 'certificates')
+    for name in names:
+        guest.on_desktop(__file__, 'work', shared, name)
+
+
+def is_there(drive, pattern):
+    """Whether such a file has come into being; a drive that has gone has none."""
+    try:
+        return any(drive.glob(pattern))
+    except OSError:
+        return False
+
+
+def wait_and_stop(process_id, condition):
+    """Stops the program at the first moment at which that is so."""
+    while not condition():
+        time.sleep(0.002)
+    os.kill(process_id, signal.SIGSTOP)
+
+
+class Run:
+    """The user's work with one stick."""
+
+    def __init__(self, name, manager, vendor):
+        self.stick, self.manager, self.vendor = name.upper(), manager, vendor
+        self.drive = guest.mount(self.stick)
+        (self.drive / 'carta.txt').write_text('do usuário\n' * 200)
+        self.refresh()
+
+    def refresh(self):
+        lines = len(self.manager.log)
+        self.manager.press('Atualizar lista')
+        self.manager.wait_for(lambda: len(self.manager.log) > lines, 'the list')
+
+    def prepare(self):
+        from manager import question_before_preparing
+        self.manager.press('Preparar unidade USB')
+        self.manager.answer(question_before_preparing(self.drive), 'Sim')
+
+    def update(self):
+        from manager import question_before_updating
+        self.manager.press('Verificar atualizações')
+        self.manager.answer(question_before_updating(self.drive, OLD, NEW, bundles.NOTES), 'Sim')
+
+    def copy(self):
+        self.prepare()
+        wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/windows/Qt6Core.dll*'))
+
+    def download(self):
+        self.vendor.hold(f'{NEW}.zip')
+        self.update()
+        self.manager.progress('Baixando pacote de atualização...')
+        os.kill(self.manager.process_id, signal.SIGSTOP)
+        self.vendor.release(f'{NEW}.zip')
+
+    def extraction(self):
+        self.update()
+        wait_and_stop(self.manager.process_id,
+                      lambda: is_there(self.drive, 'Tessarine/.update-*/extracted/Tessarine/windows/Qt6Core.dll'))
+
+    def swap(self):
+        self.update()
+        wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/windows.backup-*'))
+
+    def pulled_during(self, moment):
+        """What was said, once the stick is plugged in again."""
+        getattr(self, moment)()
+        guest.pull(self.stick, self.stick)
+        os.kill(self.manager.process_id, signal.SIGCONT)
+        said = self.manager.box()
+        self.refresh()
+        guest.plug_in(self.stick, self.stick)
+        assert guest.mount(self.stick) == self.drive
+        self.refresh()
+        return said
+
+
+def content(drive):
+    """What the drive holds, and which version it says that it does; the rest of its state is a time."""
+    from manager import state_of
+    found = tree(drive)
+    found.pop(bundles.STATE)
+    return {**found, bundles.STATE: state_of(drive)['installedVersion']}
+
+
+def clear(drive):
+    shutil.rmtree(drive / 'Tessarine', ignore_errors=True)
+    for launcher in drive.glob('Tessarine-*'):
+        launcher.unlink()
+
+
+def outcome(run, ended, done, expected):
+    """What a second run that ended with that message has come to."""
+    found = content(run.drive)
+    wrong = [path for path in expected if found.get(path) != expected[path]]
+    more = [path for path in found if path not in expected]
+    wrong += [path for path in more if not LEFTOVER.match(path)]
+    if ended != done or wrong:
+        return f'"{ended}"; not as it should be: {wrong}'
+    left = sorted({re.sub(r'\d{14}', 'TIME', '/'.join(path.split('/')[:2])) for path in more})
+    return f'complete; left over: {", ".join(left) or "nothing"}'
+
+
+def work(shared, name):
+    from manager import PREPARED, Manager, updated
+    from vendor import Vendor
+    program = bundles.install(f'/tmp/{name}/manager', '1', LIBRARY_SIZE)
+    rows, undisturbed = [], {}
+    with Manager(program) as manager, Vendor(f'/tmp/{name}/vendor') as vendor:
+        bundles.publish(vendor, '2', NEW, LIBRARY_SIZE)
+        run = Run(name, manager, vendor)
+        for again, done in ((run.prepare, PREPARED), (run.update, updated(NEW))):
+            again()
+            assert manager.box() == done
+            undisturbed[again] = content(run.drive)
+            print(f'{name}, undisturbed: "{done}"', flush=True)
+        for moment in ('copy', 'download', 'extraction', 'swap'):
+            clear(run.drive)
+            again, done = run.prepare, PREPARED
+            if moment != 'copy':
+                run.prepare()
+                assert manager.box() == PREPARED
+                again, done = run.update, updated(NEW)
+            said = run.pulled_during(moment)
+            again()
+            rows.append((name, moment, f'"{said.replace(str(run.drive), "...")}"',
+                         outcome(run, manager.box(), done, undisturbed[again])))
+            print(*rows[-1], sep=', ', flush=True)
+            (shared / f'{name}.json').write_text(json.dumps(rows))
+    guest.unmount(name.upper())
+
+
+# Here
+
+
+def main():
+    names = sys.argv[1:] or FILE_SYSTEMS
+    with host.shared_folder() as shared:
+        drives = [host.stick(shared, name.upper(), name, 256, bytes_per_second=5_000_000) for name in names]
+        host.run(__file__, 'inside', shared, drives, *names, limit=3600)
+        rows = [row for name in names for row in json.loads((shared / f'{name}.json').read_text())]
+    tables.write('compatibility.md', 'pulled amid', HEADER, rows)
+    sys.exit(any(not row[3].startswith('complete') for row in rows))
+
+
+if __name__ == '__main__':
+    INSIDE = {'inside': inside, 'work': work}
+    if sys.argv[1:2] and sys.argv[1] in INSIDE:
+        INSIDE[sys.argv[1]](pathlib.Path(sys.argv[2]), *sys.argv[3:])
+    else:
+        main()

@@ -90,10 +90,11 @@ def work(shared):
     seen = []
     program = bundles.install('/tmp/manager', '1')
     with Manager(program) as manager:
+        columns = 'NAME,TRAN,TYPE,RM,SIZE,FSTYPE,LABEL,MOUNTPOINT'
         mounted = [block_device(1), block_device(2, '-part1'), block_device(4, '-part1')]
         while True:
             seen.append({'listed': manager.drives, 'expected': expected_lines(), 'chosen': manager.chosen_drive,
-                         'mounted': len(mounted), 'lsblk': run('lsblk', '-o', 'NAME,TRAN,TYPE,RM,SIZE,FSTYPE,LABEL,MOUNTPOINT')})
+                         'mounted': len(mounted), 'lsblk': run('lsblk', '-o', columns)})
             if not mounted:
                 break
             guest.udisksctl('unmount', mounted.pop())
@@ -144,7 +145,8 @@ def main():
             Drive('tray', [Unit(optical=True)]),
             Drive('reader', [Unit(), image(folder, 'card', 'mkfs.exfat', '-L', 'CARTÃO'), Unit()]),
             Drive('left', [image(folder, 'left', 'mkfs.vfat', '-n', 'DE LADO')]),
-            Drive('internal', [image(folder, 'internal', 'mkfs.ext4', '-q', '-L', 'INTERNO')], protocol='virtio-blk-pci'),
+            Drive('internal', [image(folder, 'internal', 'mkfs.ext4', '-q', '-L', 'INTERNO')],
+                  protocol='virtio-blk-pci'),
         ]
         host.run(__file__, 'inside', folder, drives)
         states = json.loads((folder / 'seen.json').read_text())
@@ -153,7 +155,8 @@ def main():
     for state in states:
         wrong = list(wrong_with(state))
         broken |= bool(wrong)
-        print(f'{state["mounted"]} mounted: {wrong or "as it should be"}', *state['listed'], f'chosen: {state["chosen"]}\n', sep='\n    ')
+        print(f'{state["mounted"]} mounted: {wrong or "as it should be"}', *state['listed'],
+              f'chosen: {state["chosen"]}\n', sep='\n    ')
     sys.exit(broken)
 
 

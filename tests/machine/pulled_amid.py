@@ -20,7 +20,7 @@ import tables
 from bundles import LEFTOVER, tree
 
 FILE_SYSTEMS = ('vfat', 'exfat')
-LIBRARY_SIZE = 8 << 20
+LIBRARY_SIZE = 4 << 20
 HEADER = ('file system', 'pulled during', 'what was said', 'second run')
 OLD, NEW = '1.0.0', '1.1.0'
 

@@ -102,16 +102,19 @@ def make_sources(shared):
     samples = guest.ROOT / 'build/release/tests/sample-app'
     assembled = shared / 'assembled'
     assembled.mkdir()
-    sample = shutil.copytree(samples / OLD, shared / 'sample', ignore=shutil.ignore_patterns('CMake*', '*.cmake', '*_autogen'))
+    alone = shared / 'alone'
+    alone.mkdir()
+    sample = shutil.copy2(samples / OLD / 'Tessarine', alone)
     environment = {**os.environ, 'PATH': f'{os.environ["PATH"]}:/usr/sbin:/sbin'}
     subprocess.run([guest.ROOT / 'build/release/tests/faults/prepare_driver', 'prepare', assembled, '',
-                    sample / 'Tessarine'], check=True, env=environment)
+                    sample], check=True, stdout=subprocess.DEVNULL, env=environment)
     for version in (OLD, NEW):
         make_linux_bundle(assembled / 'Tessarine/linux', samples / version / 'Tessarine', shared / version / 'linux')
         windows = bundles.make(shared / version / 'windows', 'windows', version)
         (windows / 'Qt6Core.dll').write_bytes(random.Random(version).randbytes(LIBRARY_SIZE))
     subprocess.run([guest.ROOT / 'tools/publish-update', '--windows', shared / NEW / 'windows', '--linux',
-                    shared / NEW / 'linux', '--version', NEW, '--notes', bundles.NOTES, '--output', shared / 'published',
+                    shared / NEW / 'linux', '--version', NEW, '--notes', bundles.NOTES,
+                    '--output', shared / 'published',
                     '--url', f'https://{bundles.HOST}/000Updates/tessarine/{NEW}.zip'],
                    check=True, stdout=subprocess.DEVNULL)
 

@@ -43,9 +43,10 @@ def inside(shared):
     run('mkfs.ext4', '-q', '-L', 'DOIS', block_device(4, '-part2'))
     for device in (block_device(2, '-part1'), block_device(4, '-part1'), block_device(4, '-part2')):
         run('udevadm', 'trigger', '--settle', '--action=change', device)
-    os.makedirs('/mnt/INTERNO')
-    run('mount', '/dev/vda', '/mnt/INTERNO')
-    for device in (block_device(1), block_device(2, '-part1'), block_device(4, '-part1'), '/dev/sr0'):
+    for device, place in (('/dev/vda', '/mnt/INTERNO'), ('/dev/sr0', '/mnt/DISCO')):
+        os.makedirs(place)
+        run('mount', device, place)
+    for device in (block_device(1), block_device(2, '-part1'), block_device(4, '-part1')):
         guest.udisksctl('mount', device)
     guest.on_desktop(__file__, 'work', shared)
 

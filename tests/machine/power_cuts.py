@@ -119,7 +119,8 @@ class Disk:
         try:
             yield '/tmp/judged'
         finally:
-            self._libc.umount2(b'/tmp/judged', 0)
+            if self._libc.umount2(b'/tmp/judged', 0):
+                raise RuntimeError(f'The disk can not be unmounted: {os.strerror(ctypes.get_errno())}')
 
     def tree(self):
         try:

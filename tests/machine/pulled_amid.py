@@ -153,7 +153,7 @@ def work(shared, name):
                 run.prepare()
                 assert manager.box() == PREPARED
                 again, done = run.update, updated(NEW)
-            said = run.pulled_during(moment)
+            said = re.sub(r'\d{14}', 'TIME', run.pulled_during(moment)).strip()
             again()
             rows.append((name, moment, f'"{said.replace(str(run.drive), "...")}"',
                          outcome(run, manager.box(), done, undisturbed[again])))

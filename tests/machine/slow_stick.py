@@ -30,16 +30,24 @@ def inside(shared, *names):
 
 
 def silences(manager):
-    """The longest wait for an answer below each caption, until the box at the end."""
+    """The longest wait for an answer below each caption, until the box at the end.
+
+    Each question is for the caption, for the answer comes between two stages and names the next one.
+    """
     longest = {}
     label = manager.wait_for(manager.progress_now, 'the progress').find_all('label')[0]
-    caption, begun = label.name, time.monotonic()
-    while not any(window.find('push button', 'OK') for window in manager.windows()[1:]):
+    caption = label.name
+    begun = looked = time.monotonic()
+    while True:
         asked = time.monotonic()
         now = label.name
-        longest[caption] = max(longest.get(caption, 0), time.monotonic() - asked)
+        silence = time.monotonic() - asked
+        longest[caption] = max(longest.get(caption, 0), silence)
         caption = now or caption
-    return longest, time.monotonic() - begun
+        if silence < 0.1 and time.monotonic() - looked > 2:
+            if any(window.find('push button', 'OK') for window in manager.windows()[1:]):
+                return longest, time.monotonic() - begun
+            looked = time.monotonic()
 
 
 def work(shared, name):

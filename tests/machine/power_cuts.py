@@ -18,6 +18,7 @@ import random
 import shutil
 import subprocess
 import sys
+import time
 
 import bundles
 import guest
@@ -119,8 +120,11 @@ class Disk:
         try:
             yield '/tmp/judged'
         finally:
-            if self._libc.umount2(b'/tmp/judged', 0):
-                raise RuntimeError(f'The disk can not be unmounted: {os.strerror(ctypes.get_errno())}')
+            deadline = time.monotonic() + 60
+            while self._libc.umount2(b'/tmp/judged', 0):
+                if time.monotonic() > deadline:
+                    raise RuntimeError(f'The disk can not be unmounted: {os.strerror(ctypes.get_errno())}')
+                time.sleep(0.01)
 
     def tree(self):
         try:

@@ -6,12 +6,14 @@
 
 #include "tests/support/Drive.h"
 #include "tests/support/FakeDeviceManager.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/MessageBoxUser.h"
 #include "tests/support/ProgressWatch.h"
 #include "tests/support/TestMain.h"
 
 #include <QTest>
 
+using TestSupport::compareMessage;
 using TestSupport::Drive;
 using TestSupport::FakeDeviceManager;
 using TestSupport::MessageBoxUser;

@@ -15,6 +15,7 @@
 #include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/VendorServer.h"
+#include "tests/support/Waiting.h"
 #include "tests/support/ZipFile.h"
 
 #include <QTest>
@@ -22,6 +23,7 @@
 using TestSupport::completePackage;
 using TestSupport::Drive;
 using TestSupport::FakeDeviceManager;
+using TestSupport::longestWait;
 using TestSupport::MessageBoxUser;
 using TestSupport::mountedVolume;
 using TestSupport::SeenBox;
@@ -119,7 +121,7 @@ public:
         window->deviceManager = std::make_unique<FakeDeviceManager>(devices);
         window->refreshDevices();
         window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        QVERIFY(QTest::qWaitForWindowExposed(window.get(), longestWait));
         logAtStart = window->logView->toPlainText();
     }
 
@@ -166,11 +168,7 @@ public:
 
     void compareLastBox(QMessageBox::Icon icon, const QString &text) const
     {
-        QCOMPARE(lastBox().text, text);
-        QCOMPARE(lastBox().icon, icon);
-        QCOMPARE(lastBox().title, QStringLiteral("Tessarine - Gerenciador"));
-        QCOMPARE(lastBox().buttons, QStringList{QStringLiteral("OK")});
-        QCOMPARE(lastBox().parent, window.get());
+        TestSupport::compareMessage(lastBox(), icon, text, window.get());
     }
     void compareWarning(const QString &text) const { compareLastBox(QMessageBox::Warning, text); }
     void compareInformation(const QString &text) const
@@ -181,7 +179,7 @@ public:
     // A fetch that failed is told in the network's own words.
     void compareFailedFetch(const QString &logPrefix) const
     {
-        QVERIFY(!lastBox().text.isEmpty());
+        QVERIFY2(!lastBox().text.isEmpty(), "No box, or one without a word");
         compareWarning(lastBox().text);
         QCOMPARE(newLogLines(), QStringList{logPrefix + lastBox().text});
     }

@@ -2,6 +2,9 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
+#include "tests/support/ListComparison.h"
+#include "tests/support/Waiting.h"
+
 #include <QTest>
 
 namespace
@@ -177,7 +180,7 @@ private Q_SLOTS:
         const QList<QWidget *> widgets = dialog.findChildren<QWidget *>();
         for (const QWidget *widget : widgets)
             QCOMPARE(widget->styleSheet().isEmpty(), widget != headerLabel(dialog, 1));
-        QVERIFY(dialog.styleSheet().isEmpty());
+        QCOMPARE(dialog.styleSheet(), QString());
     }
 
     void informationHasItsFourLines()
@@ -260,7 +263,7 @@ private Q_SLOTS:
         const FontSize size(pointSize);
         ConfigAboutDialog dialog(nullptr);
         dialog.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+        QVERIFY(QTest::qWaitForWindowExposed(&dialog, TestSupport::longestWait));
         QCOMPARE(dialog.size() == QSize(720, 430), pointSize < 14);
         dialog.resize(720, 300);
         const QList<QLabel *> labels = dialog.findChildren<QLabel *>();
@@ -283,8 +286,8 @@ private Q_SLOTS:
             opened = dialog->parentWidget() == &window && dialog->isModal();
             dialog->accept();
         });
-        QVERIFY(opened);
-        QVERIFY(window.findChildren<QDialog *>().isEmpty());
+        QVERIFY2(opened, "No modal dialog of the window opened");
+        QCOMPARE(window.findChildren<QDialog *>().size(), 0);
     }
 
     void dialogBlocksTheWindowUntilItCloses_data()
@@ -315,7 +318,7 @@ private Q_SLOTS:
             close(dialog);
         });
         clickRefreshButton(&window);
-        QVERIFY(window.logView->toPlainText() != log);
+        QVERIFY2(window.logView->toPlainText() != log, qPrintable(log));
     }
 };
 

@@ -2,6 +2,8 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
+#include "tests/support/Waiting.h"
+
 #include <QImage>
 #include <QTest>
 
@@ -87,6 +89,12 @@ int greatestDifference(const QImage &one, const QImage &other)
     return greatest;
 }
 
+void compareRoughly(const QImage &one, const QImage &other)
+{
+    const int difference = greatestDifference(one, other);
+    QVERIFY2(difference <= 2, qPrintable(QString::number(difference)));
+}
+
 // What a backdrop of that size with that picture paints.
 QImage painted(const QPixmap &picture, const QSize &size)
 {
@@ -123,8 +131,7 @@ private Q_SLOTS:
         QFETCH(QString, picture);
         QFETCH(QSize, size);
         const QImage expected = scaledByMeans(QImage(picture), size);
-        const int difference = greatestDifference(painted(QPixmap(picture), size), expected);
-        QVERIFY2(difference <= 2, qPrintable(QString::number(difference)));
+        compareRoughly(painted(QPixmap(picture), size), expected);
     }
 
     void overshootIsCutOffEvenlyAtBothEdges_data()
@@ -165,7 +172,7 @@ private Q_SLOTS:
         int first = 0;
         for (int i = 0; i < 1000; ++i) {
             const QString path = randomBackgroundPath();
-            QVERIFY(path == firstPicture || path == secondPicture);
+            QVERIFY2(path == firstPicture || path == secondPicture, qPrintable(path));
             first += path == firstPicture ? 1 : 0;
         }
         // Outside of this range once in 10^15 runs.
@@ -180,10 +187,10 @@ private Q_SLOTS:
         bool secondSeen = false;
         for (int i = 0; i < 64 && !(firstSeen && secondSeen); ++i) {
             const QImage shown = pictureOf(ConfigWindow()).toImage();
-            QVERIFY(shown == first || shown == second);
+            QVERIFY2(shown == first || shown == second, "The window shows another picture");
             (shown == first ? firstSeen : secondSeen) = true;
         }
-        QVERIFY(firstSeen && secondSeen);
+        QVERIFY2(firstSeen && secondSeen, "64 starts show one picture");
     }
 
     void pictureKeepsItsStoredSizeAndStays()
@@ -192,7 +199,7 @@ private Q_SLOTS:
         const qint64 key = pictureOf(window).cacheKey();
         QCOMPARE(pictureOf(window).size(), QSize(1920, 1080));
         window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(QTest::qWaitForWindowExposed(&window, TestSupport::longestWait));
         window.refreshButton->click();
         QCOMPARE(pictureOf(window).cacheKey(), key);
     }
@@ -201,7 +208,7 @@ private Q_SLOTS:
     {
         ConfigWindow window;
         window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(QTest::qWaitForWindowExposed(&window, TestSupport::longestWait));
         const QWidget *backdrop = window.centralWidget();
         QCOMPARE(backdrop->geometry(),
                  QRect(0, window.menuBar()->geometry().bottom() + 1, window.width(),
@@ -210,9 +217,9 @@ private Q_SLOTS:
         const QImage shown = window.grab(backdrop->geometry()).toImage();
         const QImage expected = scaledByMeans(pictureOf(window).toImage(), backdrop->size());
         const QRect margin(0, 0, backdrop->width(), 22);
-        QVERIFY(greatestDifference(shown.copy(margin), expected.copy(margin)) <= 2);
+        compareRoughly(shown.copy(margin), expected.copy(margin));
         const QRect insidePanel(60, 60, backdrop->width() - 120, 100);
-        QVERIFY(greatestDifference(shown.copy(insidePanel), expected.copy(insidePanel)) <= 2);
+        compareRoughly(shown.copy(insidePanel), expected.copy(insidePanel));
     }
 };
 

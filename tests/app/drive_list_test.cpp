@@ -3,6 +3,7 @@
 #undef main
 
 #include "tests/support/FakeDeviceManager.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/MessageBoxUser.h"
 
 #include <QTest>
@@ -43,7 +44,7 @@ private Q_SLOTS:
         MessageBoxUser user;
         window.deviceCombo->setCurrentIndex(0);
         QCOMPARE(logOf(window), before);
-        QVERIFY(user.boxes.isEmpty());
+        QCOMPARE(user.texts(), QStringList());
     }
 
     void driveHasItsLine_data()
@@ -118,7 +119,7 @@ private Q_SLOTS:
             useDevices(&window, {mountedVolume(label, mountPoint)});
             pictures << window.deviceCombo->grab().toImage();
         }
-        QVERIFY(pictures.at(0) != pictures.at(1));
+        QVERIFY2(pictures.at(0) != pictures.at(1), "Both lines look alike");
     }
 
     void everyLineIsThereInFullAsAToolTip()
@@ -174,7 +175,7 @@ private Q_SLOTS:
         useDevices(&window, {});
         QCOMPARE(window.deviceCombo->count(), 0);
         QCOMPARE(window.deviceCombo->currentIndex(), -1);
-        QVERIFY(window.devices.isEmpty());
+        QCOMPARE(window.devices.size(), 0);
         QCOMPARE(logOf(window).last(), QStringLiteral("Nenhuma unidade USB detectada."));
     }
 
@@ -188,11 +189,11 @@ private Q_SLOTS:
         window.refreshDevices();
         QCOMPARE(window.deviceCombo->count(), 0);
         QCOMPARE(window.deviceCombo->currentIndex(), -1);
-        QVERIFY(window.devices.isEmpty());
+        QCOMPARE(window.devices.size(), 0);
         QCOMPARE(logOf(window).size(), linesBefore + 1);
         QCOMPARE(logOf(window).last(),
                  QStringLiteral("Detecção de USB não disponível neste sistema."));
-        QVERIFY(user.boxes.isEmpty());
+        QCOMPARE(user.texts(), QStringList());
     }
 
     void eachRefreshAddsOneLine()

@@ -3,14 +3,16 @@
 #undef main
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Drive.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/OwnClock.h"
 #include "tests/support/PeakMemory.h"
 #include "tests/support/StubCommand.h"
 #include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
+#include "tests/support/Waiting.h"
 #include "tests/support/ZipFile.h"
 
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <pty.h>
@@ -18,25 +20,29 @@
 #include <utmp.h>
 
 using TestSupport::completePackage;
+using TestSupport::Drive;
 using TestSupport::inChild;
+using TestSupport::longestWait;
 using TestSupport::whenSynced;
 using TestSupport::ZipFile;
 
 namespace
 {
 
-void writeFile(const QString &path, const QByteArray &content)
+const QString done = QStringLiteral("done");
+
+// What comes of a step that may say why it failed, and says nothing otherwise.
+template <typename Step>
+QString outcomeOf(const Step &step)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        TestSupport::reportMissing(path + QStringLiteral(": ") + file.errorString());
+    QString error;
+    return step(&error) ? done + error : error;
 }
 
-QByteArray contentOf(const QString &path)
+QByteArray processName(const QProcess &process)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    QFile file(QStringLiteral("/proc/%1/comm").arg(process.processId()));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
 }
 
 volatile sig_atomic_t minutesPassed;
@@ -53,48 +59,76 @@ class PackageStepsTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> directory;
-    QString error;
+    std::unique_ptr<Drive> drive;
 
-    QString path(const QString &name) const { return directory->filePath(name); }
-
-    QStringList names(const QString &name = QStringLiteral(".")) const
-    {
-        return QDir(path(name))
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    }
+    QString path(const QString &name) const { return drive->path(name); }
 
     // Mounts a file system that the next clean-up takes away again.
     void mountTmpfs(const QString &name, const char *options)
     {
-        QDir().mkpath(path(name));
+        drive->makeDirectory(name);
         if (mount("tmpfs", qPrintable(path(name)), "tmpfs", 0, options) != 0)
             TestSupport::reportMissing(QStringLiteral("Can't mount ") + path(name));
         mounted.prepend(path(name));
     }
     QStringList mounted;
 
-    bool extract(const QByteArray &zip)
+    QString extract(const QByteArray &zip)
     {
-        writeFile(path(QStringLiteral("package.zip")), zip);
-        return extractZip(path(QStringLiteral("package.zip")), path(QStringLiteral("extracted")),
-                          &error);
+        const QString package = drive->write(QStringLiteral("package.zip"), zip);
+        return outcomeOf([&](QString *error) {
+            return extractZip(package, path(QStringLiteral("extracted")), error);
+        });
+    }
+    void compareUnzipsOwnWords(const QByteArray &zip)
+    {
+        const QString outcome = extract(zip);
+        const QString head = QStringLiteral("Falha ao extrair ZIP: ");
+        QVERIFY2(outcome.startsWith(head) && outcome.size() > head.size(), qPrintable(outcome));
+    }
+
+    QString extractCompletePackage()
+    {
+        return extract(completePackage(QStringLiteral("1")).bytes());
+    }
+
+    QString validate() const
+    {
+        return outcomeOf([this](QString *error) {
+            return validateExtractedPackage(path(QStringLiteral("extracted")), error);
+        });
     }
 
     // The first program called unzip that the extraction finds.
     void stubUnzip(const QByteArray &script)
     {
-        const QString stub = path(QStringLiteral("bin/unzip"));
-        writeFile(stub, "#!/bin/sh\n" + script);
+        const QString stub = drive->write(QStringLiteral("bin/unzip"), "#!/bin/sh\n" + script);
         QFile::setPermissions(stub, QFileDevice::ReadOwner | QFileDevice::ExeOwner);
         qputenv("PATH", qPrintable(path(QStringLiteral("bin"))) + QByteArray(":/usr/bin:/bin"));
     }
 
-    bool swap()
+    void writeOldBundle() const { drive->write(QStringLiteral("drive/windows/a"), "old"); }
+    void writeNewBundle() const { drive->write(QStringLiteral("drive/staged/a"), "new"); }
+
+    QString swap() const
     {
-        return replaceBundleDirectory(path(QStringLiteral("drive/windows")),
-                                      path(QStringLiteral("drive/staged")),
-                                      path(QStringLiteral("drive/backup")), &error);
+        return outcomeOf([this](QString *error) {
+            return replaceBundleDirectory(path(QStringLiteral("drive/windows")),
+                                          path(QStringLiteral("drive/staged")),
+                                          path(QStringLiteral("drive/backup")), error);
+        });
+    }
+    QStringList swapped() const { return drive->tree(QStringLiteral("drive")); }
+
+    QString applyingFailed() const
+    {
+        return QStringLiteral("Não foi possível aplicar novo bundle em: ")
+               + path(QStringLiteral("drive/windows"));
+    }
+
+    QString remove(const QString &name) const
+    {
+        return outcomeOf([&](QString *error) { return removeDirectory(path(name), error); });
     }
 
     const QByteArray formerPath = qgetenv("PATH");
@@ -102,11 +136,7 @@ class PackageStepsTest : public QObject
 private Q_SLOTS:
     void initTestCase() { qputenv("LC_ALL", "C.UTF-8"); }
 
-    void init()
-    {
-        directory = std::make_unique<QTemporaryDir>();
-        error = QStringLiteral("before");
-    }
+    void init() { drive = std::make_unique<Drive>(); }
 
     void cleanup()
     {
@@ -115,50 +145,48 @@ private Q_SLOTS:
         for (const QString &mountPoint : std::as_const(mounted))
             umount2(qPrintable(mountPoint), MNT_DETACH);
         mounted.clear();
-        directory.reset();
+        drive.reset();
     }
 
     // ---- extraction
 
     void wholeZipIsExtracted()
     {
-        QVERIFY2(extract(ZipFile()
+        QCOMPARE(extract(ZipFile()
                              .file(QStringLiteral("a/b.txt"), QStringLiteral("content"))
                              .directory(QStringLiteral("empty/"))
                              .bytes()),
-                 qPrintable(error));
-        QCOMPARE(names(QStringLiteral("extracted")), QStringList({"a", "empty"}));
-        QCOMPARE(contentOf(path(QStringLiteral("extracted/a/b.txt"))), QByteArray("content"));
-        QCOMPARE(error, QStringLiteral("before"));
+                 done);
+        QCOMPARE(drive->tree(QStringLiteral("extracted")),
+                 QStringList({"a/", "a/b.txt: content", "empty/"}));
     }
 
     void namesWithBlanksAndAccentsAreKept()
     {
         const QString name = QStringLiteral("Ação de graças/não é %1.txt");
-        QVERIFY2(extract(ZipFile().file(name, QStringLiteral("x")).bytes()), qPrintable(error));
-        QCOMPARE(contentOf(path(QStringLiteral("extracted/") + name)), QByteArray("x"));
+        QCOMPARE(extract(ZipFile().file(name, QStringLiteral("x")).bytes()), done);
+        QCOMPARE(drive->read(QStringLiteral("extracted/") + name), QByteArray("x"));
     }
 
     void executeBitsAreThoseOfTheZip()
     {
-        QVERIFY2(extract(ZipFile()
+        QCOMPARE(extract(ZipFile()
                              .file(QStringLiteral("program"), QStringLiteral("x"), true)
                              .file(QStringLiteral("text"), QStringLiteral("x"))
                              .bytes()),
-                 qPrintable(error));
-        QVERIFY(QFileInfo(path(QStringLiteral("extracted/program"))).isExecutable());
-        QVERIFY(
-            !(QFile::permissions(path(QStringLiteral("extracted/text"))) & QFileDevice::ExeOwner));
+                 done);
+        QCOMPARE(QFileInfo(path(QStringLiteral("extracted/program"))).isExecutable(), true);
+        QCOMPARE(QFileInfo(path(QStringLiteral("extracted/text"))).isExecutable(), false);
     }
 
     void nameThatStandsTwiceIsOverwrittenWithoutAQuestion()
     {
-        QVERIFY2(extract(ZipFile()
+        QCOMPARE(extract(ZipFile()
                              .file(QStringLiteral("a"), QStringLiteral("first"))
                              .file(QStringLiteral("a"), QStringLiteral("second"))
                              .bytes()),
-                 qPrintable(error));
-        QCOMPARE(contentOf(path(QStringLiteral("extracted/a"))), QByteArray("second"));
+                 done);
+        QCOMPARE(drive->read(QStringLiteral("extracted/a")), QByteArray("second"));
     }
 
     void entryThatPointsUpwardsStaysInTheDestination()
@@ -167,25 +195,25 @@ private Q_SLOTS:
                     .file(QStringLiteral("../outside"), QStringLiteral("x"))
                     .file(QStringLiteral("a/../../outside"), QStringLiteral("x"))
                     .bytes());
-        QCOMPARE(names(), QStringList({"extracted", "package.zip"}));
+        QCOMPARE(drive->names().filter(QStringLiteral("outside")),
+                 QStringList({"extracted/a/outside", "extracted/outside"}));
     }
 
     void entryWithAnAbsoluteNameIsRefused()
     {
         const QString outside = path(QStringLiteral("outside"));
-        QVERIFY(!extract(ZipFile().file(outside, QStringLiteral("x")).bytes()));
-        QVERIFY2(error.startsWith(QStringLiteral("Falha ao extrair ZIP: ")), qPrintable(error));
-        QVERIFY(!QFileInfo::exists(outside));
+        compareUnzipsOwnWords(ZipFile().file(outside, QStringLiteral("x")).bytes());
+        QVERIFY2(!QFileInfo::exists(outside), qPrintable(outside));
     }
 
     void linkDoesNotLeadAnEntryOutOfTheDestination()
     {
-        QDir().mkpath(path(QStringLiteral("outside")));
+        drive->makeDirectory(QStringLiteral("outside"));
         extract(ZipFile()
                     .link(QStringLiteral("link"), path(QStringLiteral("outside")))
                     .file(QStringLiteral("link/file"), QStringLiteral("x"))
                     .bytes());
-        QCOMPARE(names(QStringLiteral("outside")), QStringList());
+        QCOMPARE(drive->names(QStringLiteral("outside")), QStringList());
     }
 
     void brokenZipEndsWithTheToolsOwnWords_data()
@@ -202,20 +230,19 @@ private Q_SLOTS:
     void brokenZipEndsWithTheToolsOwnWords()
     {
         QFETCH(QByteArray, zip);
-        QVERIFY(!extract(zip));
-        const QString head = QStringLiteral("Falha ao extrair ZIP: ");
-        QVERIFY2(error.startsWith(head) && error.size() > head.size(), qPrintable(error));
+        compareUnzipsOwnWords(zip);
     }
 
     void encryptedEntryIsRefusedWithoutAskingForItsPassword()
     {
-        writeFile(path(QStringLiteral("a")), "secret");
+        drive->write(QStringLiteral("a"), "secret");
         QProcess zip;
-        zip.setWorkingDirectory(directory->path());
+        zip.setWorkingDirectory(drive->path());
         zip.start(QStringLiteral("zip"),
                   {QStringLiteral("-q"), QStringLiteral("-P"), QStringLiteral("password"),
                    QStringLiteral("package.zip"), QStringLiteral("a")});
-        QVERIFY(zip.waitForFinished() && zip.exitCode() == 0);
+        QVERIFY2(zip.waitForFinished(longestWait), qPrintable(zip.errorString()));
+        QCOMPARE(zip.exitCode(), 0);
         // At a terminal, where a person has already typed an answer.
         const QStringList report = inChild([this]() -> QStringList {
             int person = -1;
@@ -223,8 +250,7 @@ private Q_SLOTS:
             if (openpty(&person, &terminal, nullptr, nullptr, nullptr) != 0
                 || login_tty(terminal) != 0 || write(person, "password\n", 9) != 9)
                 return {QStringLiteral("no terminal")};
-            extract(contentOf(path(QStringLiteral("package.zip"))));
-            return {error};
+            return {extract(drive->read(QStringLiteral("package.zip")))};
         });
         QVERIFY2(report.first().contains(QStringLiteral("unable to get password")),
                  qPrintable(report.join(u'\n')));
@@ -233,40 +259,37 @@ private Q_SLOTS:
     void driveThatFillsUpEndsTheExtractionAtOnce()
     {
         mountTmpfs(QStringLiteral("extracted"), "size=1m");
-        QVERIFY(!extract(ZipFile()
-                             .zeros(QStringLiteral("bomb"), 50000000)
-                             .file(QStringLiteral("after"), QStringLiteral("x"))
-                             .bytes()));
-        QVERIFY2(error.contains(QStringLiteral("write error (disk full?)")), qPrintable(error));
+        const QString outcome = extract(ZipFile()
+                                            .zeros(QStringLiteral("bomb"), 50000000)
+                                            .file(QStringLiteral("after"), QStringLiteral("x"))
+                                            .bytes());
+        QVERIFY2(outcome.contains(QStringLiteral("write error (disk full?)")), qPrintable(outcome));
     }
 
     void destinationThatCannotBeMadeIsNamed()
     {
-        writeFile(path(QStringLiteral("extracted")), "in the way");
-        QVERIFY(!extract(ZipFile().file(QStringLiteral("a"), QStringLiteral("x")).bytes()));
-        QCOMPARE(error, QStringLiteral("Não foi possível criar staging: %1")
-                            .arg(path(QStringLiteral("extracted"))));
+        drive->write(QStringLiteral("extracted"), "in the way");
+        QCOMPARE(extract(ZipFile().file(QStringLiteral("a"), QStringLiteral("x")).bytes()),
+                 QStringLiteral("Não foi possível criar staging: %1")
+                     .arg(path(QStringLiteral("extracted"))));
     }
 
     void absentToolLeavesJustTheSentencesHead()
     {
         qputenv("PATH", qPrintable(path(QStringLiteral("bin"))));
-        QVERIFY(!extract("x"));
-        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: "));
+        QCOMPARE(extract("x"), QStringLiteral("Falha ao extrair ZIP: "));
     }
 
     void toolsOutputStandsBeforeItsErrorsWithNothingBetween()
     {
         stubUnzip("echo -n errors >&2; echo -n 'output %2'; exit 1\n");
-        QVERIFY(!extract("x"));
-        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: output %2errors"));
+        QCOMPARE(extract("x"), QStringLiteral("Falha ao extrair ZIP: output %2errors"));
     }
 
     void killedToolIsAFailureWithWhatItPrinted()
     {
         stubUnzip("echo -n begun; kill -9 $$\n");
-        QVERIFY(!extract("x"));
-        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: begun"));
+        QCOMPARE(extract("x"), QStringLiteral("Falha ao extrair ZIP: begun"));
     }
 
     void toolThatNeverEndsIsAFailureAfterThreeMinutes()
@@ -277,9 +300,8 @@ private Q_SLOTS:
         stubUnzip("echo begun\nwhile :; do\n"
                   "until grep -q '^State:.S' /proc/$PPID/status; do :; done\n"
                   "kill -USR1 $PPID\ndone\n");
-        QVERIFY(!extract("x"));
+        QCOMPARE(extract("x"), QStringLiteral("Falha ao extrair ZIP: begun\n"));
         signal(SIGUSR1, SIG_DFL);
-        QCOMPARE(error, QStringLiteral("Falha ao extrair ZIP: begun\n"));
         QCOMPARE(int(minutesPassed), 3);
     }
 
@@ -295,8 +317,7 @@ private Q_SLOTS:
     void toolIsCalledQuietlyAndOverwriting()
     {
         stubUnzip("printf '<%s>' \"$@\"; exit 3\n");
-        QVERIFY(!extract("x"));
-        QCOMPARE(error,
+        QCOMPARE(extract("x"),
                  QStringLiteral("Falha ao extrair ZIP: <-q><-o><%1><-d><%2>")
                      .arg(path(QStringLiteral("package.zip")), path(QStringLiteral("extracted"))));
     }
@@ -305,9 +326,8 @@ private Q_SLOTS:
 
     void completePackageIsAccepted()
     {
-        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
-        QVERIFY(validateExtractedPackage(path(QStringLiteral("extracted")), &error));
-        QCOMPARE(error, QStringLiteral("before"));
+        QCOMPARE(extractCompletePackage(), done);
+        QCOMPARE(validate(), done);
     }
 
     void firstMissingFileIsNamed_data()
@@ -323,219 +343,200 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         const QString missing = path(QStringLiteral("extracted/Tessarine/") + name);
-        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
-        QVERIFY(QFile::remove(missing));
+        QCOMPARE(extractCompletePackage(), done);
+        QVERIFY2(QFile::remove(missing), qPrintable(missing));
         // What stands behind it in the order isn't looked at any more.
         if (!name.contains(QStringLiteral("openssl")))
             QDir(path(QStringLiteral("extracted/Tessarine/linux/plugins"))).removeRecursively();
-        QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
-        QCOMPARE(error, QStringLiteral("Pacote sem arquivo obrigatório: %1").arg(missing));
+        QCOMPARE(validate(), QStringLiteral("Pacote sem arquivo obrigatório: %1").arg(missing));
     }
 
     void packageWithoutItsTopDirectoryFailsWithTheFirstFile()
     {
-        QVERIFY2(extract(ZipFile()
+        QCOMPARE(extract(ZipFile()
                              .file(QStringLiteral("windows/Tessarine.exe"), QStringLiteral("x"))
                              .bytes()),
-                 qPrintable(error));
-        QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
-        QCOMPARE(error,
+                 done);
+        QCOMPARE(validate(),
                  QStringLiteral("Pacote sem arquivo obrigatório: %1")
                      .arg(path(QStringLiteral("extracted/Tessarine/windows/Tessarine.exe"))));
     }
 
     void packageWithOnlyALinuxBundleFailsWithTheFirstFile()
     {
-        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
+        QCOMPARE(extractCompletePackage(), done);
         QVERIFY(QDir(path(QStringLiteral("extracted/Tessarine/windows"))).removeRecursively());
-        QVERIFY(!validateExtractedPackage(path(QStringLiteral("extracted")), &error));
-        QCOMPARE(error,
+        QCOMPARE(validate(),
                  QStringLiteral("Pacote sem arquivo obrigatório: %1")
                      .arg(path(QStringLiteral("extracted/Tessarine/windows/Tessarine.exe"))));
     }
 
     void emptyFileOrDirectoryOfARequiredNamePasses()
     {
-        QVERIFY2(extract(completePackage(QStringLiteral("1")).bytes()), qPrintable(error));
+        QCOMPARE(extractCompletePackage(), done);
         const QString executable = path(QStringLiteral("extracted/Tessarine/linux/Tessarine"));
-        QVERIFY(QFile::remove(executable) && QDir().mkpath(executable));
-        writeFile(path(QStringLiteral("extracted/Tessarine/linux/qt.conf")), "");
-        QVERIFY(validateExtractedPackage(path(QStringLiteral("extracted")), &error));
+        QVERIFY2(QFile::remove(executable) && QDir().mkpath(executable), qPrintable(executable));
+        drive->write(QStringLiteral("extracted/Tessarine/linux/qt.conf"), "");
+        QCOMPARE(validate(), done);
     }
 
     // ---- replacement
 
     void swapKeepsTheOldDirectoryAsBackup()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QVERIFY2(swap(), qPrintable(error));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"backup", "windows"}));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("new"));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/backup/a"))), QByteArray("old"));
-        QCOMPARE(error, QStringLiteral("before"));
+        writeOldBundle();
+        writeNewBundle();
+        QCOMPARE(swap(), done);
+        QCOMPARE(swapped(),
+                 QStringList({"backup/", "backup/a: old", "windows/", "windows/a: new"}));
     }
 
     void absentTargetGetsTheSourceWithoutABackup()
     {
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QVERIFY2(swap(), qPrintable(error));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
-        QCOMPARE(error, QStringLiteral("before"));
+        writeNewBundle();
+        QCOMPARE(swap(), done);
+        QCOMPARE(swapped(), QStringList({"windows/", "windows/a: new"}));
     }
 
     void backupOfAnEarlierRunIsEmptiedFirst()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        writeFile(path(QStringLiteral("drive/backup/older")), "older");
-        QVERIFY2(swap(), qPrintable(error));
-        QCOMPARE(names(QStringLiteral("drive/backup")), QStringList({"a"}));
+        writeOldBundle();
+        writeNewBundle();
+        drive->write(QStringLiteral("drive/backup/older"), "older");
+        QCOMPARE(swap(), done);
+        QCOMPARE(swapped(),
+                 QStringList({"backup/", "backup/a: old", "windows/", "windows/a: new"}));
     }
 
     void backupOfAnEarlierRunIsLostEvenIfTheSwapFails()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/backup/older")), "older");
-        QVERIFY(!swap());
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
+        writeOldBundle();
+        drive->write(QStringLiteral("drive/backup/older"), "older");
+        QCOMPARE(swap(), applyingFailed());
+        QCOMPARE(swapped(), QStringList({"windows/", "windows/a: old"}));
     }
 
     void backupThatCannotBeRemovedLeavesTheTargetUntouched()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        writeOldBundle();
+        writeNewBundle();
         mountTmpfs(QStringLiteral("drive/backup/mounted"), "size=1m");
-        QVERIFY(!swap());
-        QCOMPARE(error, QStringLiteral("Não foi possível remover: %1")
-                            .arg(path(QStringLiteral("drive/backup"))));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/staged/a"))), QByteArray("new"));
+        QCOMPARE(swap(), QStringLiteral("Não foi possível remover: %1")
+                             .arg(path(QStringLiteral("drive/backup"))));
+        QCOMPARE(swapped(), QStringList({"backup/", "backup/mounted/", "staged/", "staged/a: new",
+                                         "windows/", "windows/a: old"}));
     }
 
     void targetThatCannotBeMovedStaysInPlace()
     {
         mountTmpfs(QStringLiteral("drive/windows"), "size=1m");
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QVERIFY(!swap());
-        QCOMPARE(error, QStringLiteral("Não foi possível criar backup de: %1")
-                            .arg(path(QStringLiteral("drive/windows"))));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"staged", "windows"}));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
+        writeOldBundle();
+        writeNewBundle();
+        QCOMPARE(swap(), QStringLiteral("Não foi possível criar backup de: %1")
+                             .arg(path(QStringLiteral("drive/windows"))));
+        QCOMPARE(swapped(),
+                 QStringList({"staged/", "staged/a: new", "windows/", "windows/a: old"}));
     }
 
     void sourceThatCannotBeMovedBringsTheOldDirectoryBack()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
+        writeOldBundle();
         mountTmpfs(QStringLiteral("drive/staged"), "size=1m");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QVERIFY(!swap());
-        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
-                            .arg(path(QStringLiteral("drive/windows"))));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"staged", "windows"}));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/windows/a"))), QByteArray("old"));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/staged/a"))), QByteArray("new"));
+        writeNewBundle();
+        QCOMPARE(swap(), applyingFailed());
+        QCOMPARE(swapped(),
+                 QStringList({"staged/", "staged/a: new", "windows/", "windows/a: old"}));
     }
 
     void absentSourceBringsTheOldDirectoryBack()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        QVERIFY(!swap());
-        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
-                            .arg(path(QStringLiteral("drive/windows"))));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"windows"}));
+        writeOldBundle();
+        QCOMPARE(swap(), applyingFailed());
+        QCOMPARE(swapped(), QStringList({"windows/", "windows/a: old"}));
     }
 
     void absentSourceAndTargetLeaveNothing()
     {
-        QDir().mkpath(path(QStringLiteral("drive")));
-        QVERIFY(!swap());
-        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
-                            .arg(path(QStringLiteral("drive/windows"))));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList());
+        drive->makeDirectory(QStringLiteral("drive"));
+        QCOMPARE(swap(), applyingFailed());
+        QCOMPARE(swapped(), QStringList());
     }
 
     void driveThatTurnsReadOnlyBetweenTheRenamesKeepsTheOldDirectoryAsBackup()
     {
         mountTmpfs(QStringLiteral("drive"), "size=1m");
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
+        writeOldBundle();
+        writeNewBundle();
         whenSynced = [this] {
             mount(nullptr, qPrintable(path(QStringLiteral("drive"))), nullptr,
                   MS_REMOUNT | MS_RDONLY, nullptr);
         };
-        QVERIFY(!swap());
-        QCOMPARE(error, QStringLiteral("Não foi possível aplicar novo bundle em: %1")
-                            .arg(path(QStringLiteral("drive/windows"))));
-        QCOMPARE(names(QStringLiteral("drive")), QStringList({"backup", "staged"}));
-        QCOMPARE(contentOf(path(QStringLiteral("drive/backup/a"))), QByteArray("old"));
+        QCOMPARE(swap(), applyingFailed());
+        QCOMPARE(swapped(), QStringList({"backup/", "backup/a: old", "staged/", "staged/a: new"}));
     }
 
     void driveIsSyncedAfterEachRename()
     {
-        writeFile(path(QStringLiteral("drive/windows/a")), "old");
-        writeFile(path(QStringLiteral("drive/staged/a")), "new");
-        QList<QStringList> seen;
-        whenSynced = [&] { seen.append(names(QStringLiteral("drive"))); };
-        QVERIFY2(swap(), qPrintable(error));
-        QCOMPARE(seen, QList<QStringList>({{"backup", "staged"}, {"backup", "windows"}}));
+        writeOldBundle();
+        writeNewBundle();
+        QStringList seen;
+        whenSynced = [&] { seen.append(swapped().filter(QStringLiteral(": ")).join(u' ')); };
+        QCOMPARE(swap(), done);
+        QCOMPARE(seen,
+                 QStringList({"backup/a: old staged/a: new", "backup/a: old windows/a: new"}));
     }
 
     // ---- removal
 
-    void absentPathIsAlreadyRemoved()
+    void absentPathIsAlreadyRemoved() { QCOMPARE(remove(QStringLiteral("absent")), done); }
+
+    void removalNeedsNobodyToTell()
     {
-        QVERIFY(removeDirectory(path(QStringLiteral("absent")), &error));
-        QCOMPARE(error, QStringLiteral("before"));
-        QVERIFY(removeDirectory(path(QStringLiteral("absent")), nullptr));
+        mountTmpfs(QStringLiteral("mounted"), "size=1m");
+        QCOMPARE(removeDirectory(path(QStringLiteral("absent")), nullptr), true);
+        QCOMPARE(removeDirectory(path(QStringLiteral("mounted")), nullptr), false);
     }
 
     void wholeTreeIsRemoved()
     {
-        writeFile(path(QStringLiteral("tree/a/.hidden")), "x");
-        writeFile(path(QStringLiteral("tree/b")), "x");
-        QVERIFY(removeDirectory(path(QStringLiteral("tree")), nullptr));
-        QCOMPARE(names(), QStringList());
+        drive->write(QStringLiteral("tree/a/.hidden"), "x");
+        drive->write(QStringLiteral("tree/b"), "x");
+        QCOMPARE(remove(QStringLiteral("tree")), done);
+        QCOMPARE(drive->names(), QStringList());
     }
 
     void linkInATreeIsRemovedAndNotFollowed()
     {
-        writeFile(path(QStringLiteral("document")), "precious");
-        writeFile(path(QStringLiteral("folder/document")), "precious");
-        QDir().mkpath(path(QStringLiteral("tree")));
-        QFile::link(path(QStringLiteral("document")), path(QStringLiteral("tree/to file")));
-        QFile::link(path(QStringLiteral("folder")), path(QStringLiteral("tree/to folder")));
-        QVERIFY(removeDirectory(path(QStringLiteral("tree")), &error));
-        QCOMPARE(names(), QStringList({"document", "folder"}));
-        QCOMPARE(contentOf(path(QStringLiteral("folder/document"))), QByteArray("precious"));
+        drive->write(QStringLiteral("document"), "precious");
+        drive->write(QStringLiteral("folder/document"), "precious");
+        drive->link(QStringLiteral("tree/to file"), path(QStringLiteral("document")));
+        drive->link(QStringLiteral("tree/to folder"), path(QStringLiteral("folder")));
+        QCOMPARE(remove(QStringLiteral("tree")), done);
+        QCOMPARE(drive->tree(),
+                 QStringList({"document: precious", "folder/", "folder/document: precious"}));
     }
 
     void linkInTheDirectorysPlaceIsRemovedAndNotFollowed()
     {
-        writeFile(path(QStringLiteral("folder/document")), "precious");
-        QFile::link(path(QStringLiteral("folder")), path(QStringLiteral("link")));
-        QVERIFY(removeDirectory(path(QStringLiteral("link")), &error));
-        QCOMPARE(names(), QStringList{QStringLiteral("folder")});
-        QCOMPARE(contentOf(path(QStringLiteral("folder/document"))), QByteArray("precious"));
+        drive->write(QStringLiteral("folder/document"), "precious");
+        drive->link(QStringLiteral("link"), path(QStringLiteral("folder")));
+        QCOMPARE(remove(QStringLiteral("link")), done);
+        QCOMPARE(drive->tree(), QStringList({"folder/", "folder/document: precious"}));
     }
 
     void failedRemovalNamesThePathAndLeavesWhatItCouldNotDelete()
     {
         mountTmpfs(QStringLiteral("tree/mounted"), "size=1m");
-        writeFile(path(QStringLiteral("tree/a")), "x");
-        QVERIFY(!removeDirectory(path(QStringLiteral("tree")), &error));
-        QCOMPARE(error,
-                 QStringLiteral("Não foi possível remover: %1").arg(path(QStringLiteral("tree"))));
-        QCOMPARE(names(QStringLiteral("tree")), QStringList({"mounted"}));
-        QVERIFY(!removeDirectory(path(QStringLiteral("tree")), nullptr));
+        drive->write(QStringLiteral("tree/a"), "x");
+        QCOMPARE(remove(QStringLiteral("tree")),
+                 QStringLiteral("Não foi possível remover: ") + path(QStringLiteral("tree")));
+        QCOMPARE(drive->names(QStringLiteral("tree")), QStringList({"mounted/"}));
     }
 
     void missingToolToAskForTheMainApplicationCountsAsRunning()
     {
         qputenv("PATH", qPrintable(path(QStringLiteral("bin"))));
-        QVERIFY(isMainApplicationRunning());
+        QCOMPARE(isMainApplicationRunning(), true);
     }
 
     void toolThatDiesOrPrintsWithoutEndCountsAsRunning_data()
@@ -565,16 +566,15 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         QFETCH(bool, running);
-        QVERIFY(!isMainApplicationRunning());
+        QCOMPARE(isMainApplicationRunning(), false);
         QVERIFY(QFile::copy(QStringLiteral("/usr/bin/sleep"), path(name)));
         QProcess process;
         process.start(path(name), {QStringLiteral("60")});
-        QVERIFY(process.waitForStarted());
-        QTRY_COMPARE(contentOf(QStringLiteral("/proc/%1/comm").arg(process.processId())).trimmed(),
-                     name.toLatin1());
+        QVERIFY2(process.waitForStarted(longestWait), qPrintable(process.errorString()));
+        QTRY_COMPARE_WITH_TIMEOUT(processName(process), name.toLatin1(), longestWait);
         QCOMPARE(isMainApplicationRunning(), running);
         process.kill();
-        process.waitForFinished();
+        process.waitForFinished(longestWait);
     }
 };
 

@@ -1,4 +1,5 @@
 #include "tests/app/PrepareSituation.h"
+#include "tests/support/Waiting.h"
 
 #include <QAccessible>
 #include <QPlainTextEdit>
@@ -109,21 +110,24 @@ private Q_SLOTS:
         QFETCH(QString, text);
         MessageBoxUser user;
         QRect place;
-        bool buttonsAreInside = true;
+        QStringList buttonsOutside;
         QString shown;
         const auto look = [&](QMessageBox *box) {
             place = box->frameGeometry();
             const QList<QAbstractButton *> buttons = box->buttons();
-            for (const QAbstractButton *button : buttons)
-                buttonsAreInside &= box->rect().contains(button->geometry());
+            for (const QAbstractButton *button : buttons) {
+                if (!box->rect().contains(button->geometry()))
+                    buttonsOutside << button->text();
+            }
             const auto *pane = box->findChild<QPlainTextEdit *>();
             shown = pane != nullptr && pane->isVisible() ? pane->toPlainText() : QString();
             box->close();
         };
         user.willAnswer(look);
         warn(nullptr, text);
-        QVERIFY(QGuiApplication::primaryScreen()->availableGeometry().contains(place));
-        QVERIFY(buttonsAreInside);
+        const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+        QCOMPARE(place & screen, place);
+        QCOMPARE(buttonsOutside, QStringList());
         QCOMPARE(shown, text);
         QCOMPARE(user.boxes.first().text, text);
     }
@@ -132,8 +136,8 @@ private Q_SLOTS:
     {
         MessageBoxUser user;
         user.willAnswer(MessageBoxUser::typing(Qt::Key_Return));
-        QVERIFY(
-            !askYesNo(nullptr, QStringLiteral("Título"), QStringLiteral("Texto\n").repeated(99)));
+        const QString text = QStringLiteral("Texto\n").repeated(99);
+        QCOMPARE(askYesNo(nullptr, QStringLiteral("Título"), text), false);
         QCOMPARE(user.boxes.size(), 1);
     }
 
@@ -146,7 +150,7 @@ private Q_SLOTS:
             box->close();
         });
         inform(nullptr, QStringLiteral("Doze linhas de oitenta letras cabem.\n").repeated(12));
-        QVERIFY(!hasPane);
+        QVERIFY2(!hasPane, "A pane that scrolls holds the text");
     }
 
     // ---- the progress dialog
@@ -158,11 +162,11 @@ private Q_SLOTS:
             QCOMPARE(dialog->parentWidget(), &desk.window);
             QCOMPARE(dialog->windowModality(), Qt::ApplicationModal);
             QVERIFY(dialog->isModal());
-            QVERIFY(dialog->findChildren<QPushButton *>().isEmpty());
+            QCOMPARE(dialog->findChildren<QPushButton *>().size(), 0);
             QCOMPARE(dialog->minimumDuration(), 0);
             QCOMPARE(dialog->minimum(), 0);
             QCOMPARE(dialog->maximum(), 7);
-            QVERIFY(dialog->windowTitle().isEmpty());
+            QCOMPARE(dialog->windowTitle(), QString());
         };
         desk.prepare();
         QCOMPARE(desk.progress.appearances, 1);
@@ -238,7 +242,7 @@ private Q_SLOTS:
         });
         desk.window.prepareButton->click();
         QCOMPARE(desk.user.boxes.size(), 2);
-        QVERIFY(!dialogStands);
+        QVERIFY2(!dialogStands, "The dialog stands behind the box");
     }
 
     void nothingTheUserDoesDismissesTheDialog_data()
@@ -267,7 +271,7 @@ private Q_SLOTS:
             stands = dialog->isVisible() && QApplication::activeModalWidget() == dialog;
         };
         desk.prepare();
-        QVERIFY(stands);
+        QVERIFY2(stands, "The dialog is gone");
         QCOMPARE(desk.progress.appearances, 1);
         QCOMPARE(desk.user.boxes.last().text, success);
     }
@@ -293,7 +297,7 @@ private Q_SLOTS:
             pressed = true;
         };
         desk.prepare();
-        QVERIFY(pressed);
+        QVERIFY2(pressed, "The buttons weren't pressed, or had an effect");
         QCOMPARE(desk.user.boxes.size(), 2);
         QCOMPARE(desk.log().size(), 2);
         QCOMPARE(desk.progress.appearances, 1);
@@ -323,7 +327,7 @@ private Q_SLOTS:
     {
         Desk desk;
         addLargeFile(desk);
-        QVERIFY(QTest::qWaitForWindowExposed(&desk.window));
+        QVERIFY(QTest::qWaitForWindowExposed(&desk.window, TestSupport::longestWait));
         PaintCounter counter(desk.window.centralWidget());
         int paints = 0;
         desk.progress.whileItStands = [&](QProgressDialog *dialog) {

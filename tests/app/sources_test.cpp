@@ -5,6 +5,7 @@
 #include "app/TessarineConfig.cpp"
 #undef main
 
+#include "tests/support/ListComparison.h"
 #include "tests/support/TemporaryFileSystem.h"
 #include "tests/support/TestMain.h"
 
@@ -36,23 +37,35 @@ const QStringList builtLinux{QStringLiteral("../out/build/linux-x64-release/Tess
 struct Surroundings {
     Surroundings()
     {
-        QDir().mkpath(QCoreApplication::applicationDirPath());
-        QDir().mkpath(QStringLiteral("/mnt/tools/TessarineConfig"));
-        QDir().mkpath(QStringLiteral("/mnt/tools/Tessarine"));
+        makeDirectory(QCoreApplication::applicationDirPath());
+        makeDirectory(QStringLiteral("/mnt/tools/TessarineConfig"));
+        makeDirectory(QStringLiteral("/mnt/tools/Tessarine"));
     }
 
-    static QString put(const QString &base, const QString &name)
+    QString put(const QString &base, const QString &name) const
     {
         QString path = QDir(base).filePath(name);
-        QDir().mkpath(QFileInfo(path).absolutePath());
+        makeDirectory(QFileInfo(path).absolutePath());
         QFile file(path);
-        file.open(QIODevice::WriteOnly);
+        if (isPrivate())
+            file.open(QIODevice::WriteOnly);
         return path;
     }
 
-    static QString putBesideProgram(const QString &name)
+    QString putBesideProgram(const QString &name) const
     {
         return put(QCoreApplication::applicationDirPath(), name);
+    }
+
+    void makeDirectory(const QString &path) const
+    {
+        if (isPrivate())
+            QDir().mkpath(path);
+    }
+
+    bool isPrivate() const
+    {
+        return aroundTheProgram.isMounted() && aroundTheSourceTree.isMounted();
     }
 
     TemporaryFileSystem aroundTheProgram{
@@ -82,8 +95,8 @@ private Q_SLOTS:
     void newRecordIsEmptyAndNotFromTheBuildTree()
     {
         const BundleSource source;
-        QVERIFY(source.executablePath.isEmpty());
-        QVERIFY(source.directoryPath.isEmpty());
+        QCOMPARE(source.executablePath, QString());
+        QCOMPARE(source.directoryPath, QString());
         QVERIFY(!source.fromBuildTree);
     }
 
@@ -106,7 +119,7 @@ private Q_SLOTS:
         QFETCH(bool, isWindows);
         const Surroundings surroundings;
         for (const QString &candidate : std::as_const(existing))
-            Surroundings::put(base, candidate);
+            surroundings.put(base, candidate);
         const BundleSource source = locate(isWindows);
         QCOMPARE(source.executablePath, base + u'/' + existing.first());
         QCOMPARE(source.directoryPath, QFileInfo(source.executablePath).absolutePath());
@@ -123,9 +136,9 @@ private Q_SLOTS:
     {
         QFETCH(bool, isWindows);
         const Surroundings surroundings;
-        Surroundings::put(buildTree, (isWindows ? builtWindows : builtLinux).first());
+        surroundings.put(buildTree, (isWindows ? builtWindows : builtLinux).first());
         const QString last = (isWindows ? packagedWindows : packagedLinux).last();
-        const QString packaged = Surroundings::putBesideProgram(last);
+        const QString packaged = surroundings.putBesideProgram(last);
         const BundleSource source = locate(isWindows);
         QCOMPARE(source.executablePath, packaged);
         QVERIFY(!source.fromBuildTree);
@@ -136,8 +149,8 @@ private Q_SLOTS:
         const Surroundings surroundings;
         for (const bool isWindows : {true, false}) {
             const BundleSource source = locate(isWindows);
-            QVERIFY(source.executablePath.isEmpty());
-            QVERIFY(source.directoryPath.isEmpty());
+            QCOMPARE(source.executablePath, QString());
+            QCOMPARE(source.directoryPath, QString());
             QVERIFY(!source.fromBuildTree);
         }
     }
@@ -146,21 +159,22 @@ private Q_SLOTS:
     {
         const Surroundings surroundings;
         QDir(QStringLiteral("/mnt/tools")).removeRecursively();
-        QVERIFY(locateWindowsSource().executablePath.isEmpty());
-        QVERIFY(locateLinuxSource().executablePath.isEmpty());
+        QCOMPARE(locateWindowsSource().executablePath, QString());
+        QCOMPARE(locateLinuxSource().executablePath, QString());
     }
 
     void directoryOfTheBundlesBesideTheProgramIsNamed()
     {
         const Surroundings surroundings;
-        Surroundings::putBesideProgram(packagedLinux.first());
-        QVERIFY(locateLinuxSource().directoryPath.endsWith(QStringLiteral("bundles/linux-x64")));
+        surroundings.putBesideProgram(packagedLinux.first());
+        const QString directory = locateLinuxSource().directoryPath;
+        QVERIFY2(directory.endsWith(QStringLiteral("bundles/linux-x64")), qPrintable(directory));
     }
 
     void pathKeepsItsDotsAndDirectoryIsAbsolute()
     {
         const Surroundings surroundings;
-        Surroundings::putBesideProgram(QStringLiteral("../windows-x64/Tessarine.exe"));
+        surroundings.putBesideProgram(QStringLiteral("../windows-x64/Tessarine.exe"));
         const BundleSource source = locateWindowsSource();
         QCOMPARE(source.executablePath, QCoreApplication::applicationDirPath()
                                             + QStringLiteral("/../windows-x64/Tessarine.exe"));
@@ -170,7 +184,8 @@ private Q_SLOTS:
     void directoryOfThatNameCountsAsASource()
     {
         const Surroundings surroundings;
-        QDir(QCoreApplication::applicationDirPath()).mkdir(QStringLiteral("Tessarine"));
+        surroundings.makeDirectory(QCoreApplication::applicationDirPath()
+                                   + QStringLiteral("/Tessarine"));
         QCOMPARE(locateLinuxSource().executablePath,
                  QCoreApplication::applicationDirPath() + QStringLiteral("/Tessarine"));
     }
@@ -179,12 +194,12 @@ private Q_SLOTS:
     {
         const Surroundings surroundings;
         const QString before = QDir::currentPath();
-        QDir().mkdir(QStringLiteral("/mnt/here"));
+        surroundings.makeDirectory(QStringLiteral("/mnt/here"));
         QDir::setCurrent(QStringLiteral("/mnt/here"));
-        Surroundings::put(QStringLiteral("/mnt/here"), packagedWindows.first());
+        surroundings.put(QStringLiteral("/mnt/here"), packagedWindows.first());
         const BundleSource source = locateWindowsSource();
         QDir::setCurrent(before);
-        QVERIFY(source.executablePath.isEmpty());
+        QCOMPARE(source.executablePath, QString());
     }
 
     void windowShowsWhichSourcesThereAre_data()
@@ -202,9 +217,9 @@ private Q_SLOTS:
         QFETCH(bool, hasLinux);
         const Surroundings surroundings;
         if (hasWindows)
-            Surroundings::putBesideProgram(packagedWindows.first());
+            surroundings.putBesideProgram(packagedWindows.first());
         if (hasLinux)
-            Surroundings::put(buildTree, builtLinux.first());
+            surroundings.put(buildTree, builtLinux.first());
         const ConfigWindow window;
         QCOMPARE(window.windowsSourceLabel->text(),
                  hasWindows ? QStringLiteral("Disponível") : QStringLiteral("Ausente"));
@@ -224,9 +239,9 @@ private Q_SLOTS:
     {
         const Surroundings surroundings;
         ConfigWindow window;
-        Surroundings::putBesideProgram(packagedWindows.first());
+        surroundings.putBesideProgram(packagedWindows.first());
         window.refreshButton->click();
-        QVERIFY(window.windowsSource.executablePath.isEmpty());
+        QCOMPARE(window.windowsSource.executablePath, QString());
         QCOMPARE(window.windowsSourceLabel->text(), QStringLiteral("Ausente"));
         QCOMPARE(ConfigWindow().windowsSourceLabel->text(), QStringLiteral("Disponível"));
     }

@@ -4,6 +4,7 @@
 
 #include "tests/support/Drive.h"
 #include "tests/support/FakeDeviceManager.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/MessageBoxUser.h"
 #include "tests/support/ProgressWatch.h"
 
@@ -88,7 +89,7 @@ private Q_SLOTS:
             QCOMPARE(window->versionLabel->text(), QStringLiteral("Versão 1.0.0"));
             window->close();
         });
-        QVERIFY(wasUp);
+        QVERIFY2(wasUp, "The window wasn't shown");
     }
 
     void noStyleSheetOrTranslationIsSetOnTheProgram()
@@ -98,7 +99,7 @@ private Q_SLOTS:
             styleSheet = qApp->styleSheet();
             window->close();
         });
-        QVERIFY(styleSheet.isEmpty());
+        QCOMPARE(styleSheet, QString());
     }
 
     void closingTheWindowEndsTheProgramWithoutAQuestion_data()
@@ -161,7 +162,7 @@ private Q_SLOTS:
             shown = window;
             window->close();
         });
-        QVERIFY(shown.isNull());
+        QVERIFY2(shown.isNull(), "The window outlives the program");
     }
 };
 

@@ -117,8 +117,8 @@ private Q_SLOTS:
         server->answer(manifestPath, VendorBehaviour::status(200));
         update();
         compareWarning(QString());
-        QVERIFY(window->logView->toPlainText().endsWith(
-            QStringLiteral("Falha ao consultar manifesto: ")));
+        QCOMPARE(window->logView->toPlainText().section(u'\n', -1),
+                 QStringLiteral("Falha ao consultar manifesto: "));
     }
 
     void manifestThatCannotBeParsedCarriesItsPrefixTwiceInTheLog()
@@ -144,7 +144,7 @@ private Q_SLOTS:
         });
         const QStringList before = drive->tree();
         update();
-        QVERIFY(!isCovered);
+        QVERIFY2(!isCovered, "The dialog stands behind the box");
         compareInformation(QStringLiteral("A unidade já está atualizada.\n\n"
                                           "Versão instalada: 1.0.0\nVersão disponível: 1.0.0"));
         QCOMPARE(seen, QStringList());
@@ -179,7 +179,8 @@ private Q_SLOTS:
             newLogLines().first(),
             QStringLiteral("Estado local ausente em %1; a unidade será tratada como atualizável.")
                 .arg(path));
-        QVERIFY(lastBox().text.contains(QStringLiteral("Versão instalada: desconhecida\n")));
+        QVERIFY2(lastBox().text.contains(QStringLiteral("Versão instalada: desconhecida\n")),
+                 qPrintable(lastBox().text));
     }
 
     void driveWithoutStateAgainstVersionZeroIsUpToDate()
@@ -210,14 +211,16 @@ private Q_SLOTS:
     {
         publishWith(QStringLiteral("releaseNotes"), QString());
         updateAnswering(QStringLiteral("Não"));
-        QVERIFY(lastBox().text.endsWith(QStringLiteral("\n\nSem notas de versão.")));
+        QVERIFY2(lastBox().text.endsWith(QStringLiteral("\n\nSem notas de versão.")),
+                 qPrintable(lastBox().text));
     }
 
     void placeholdersInTheNotesStayAsTheyAre()
     {
         publishWith(QStringLiteral("releaseNotes"), QStringLiteral("100 %1 %2 %4"));
         updateAnswering(QStringLiteral("Não"));
-        QVERIFY(lastBox().text.endsWith(QStringLiteral("\n\n100 %1 %2 %4")));
+        QVERIFY2(lastBox().text.endsWith(QStringLiteral("\n\n100 %1 %2 %4")),
+                 qPrintable(lastBox().text));
     }
 
     void storedTextThatIsNoVersionIsShownAsItStands()
@@ -225,7 +228,8 @@ private Q_SLOTS:
         drive->write(QStringLiteral("Tessarine/update-state.json"),
                      R"({"app": "Tessarine", "installedVersion": "novembro"})");
         updateAnswering(QStringLiteral("Não"));
-        QVERIFY(lastBox().text.contains(QStringLiteral("Versão instalada: novembro\n")));
+        QVERIFY2(lastBox().text.contains(QStringLiteral("Versão instalada: novembro\n")),
+                 qPrintable(lastBox().text));
     }
 
     void refusalIsLoggedWithoutABox()

@@ -165,19 +165,19 @@ private Q_SLOTS:
         bool looked = false;
         user->willAnswer([&](QMessageBox *box) {
             const QProgressDialog *dialog = progressDialog();
-            QVERIFY(dialog != nullptr && dialog->isVisible());
+            QVERIFY2(dialog != nullptr && dialog->isVisible(), "There is no dialog");
             QCOMPARE(dialog->windowModality(), Qt::ApplicationModal);
             QCOMPARE(dialog->minimum(), 0);
             QCOMPARE(dialog->maximum(), 6);
             QCOMPARE(dialog->minimumDuration(), 0);
             QCOMPARE(dialog->parentWidget(), window.get());
-            QVERIFY(dialog->findChildren<QPushButton *>().isEmpty());
+            QCOMPARE(dialog->findChildren<QPushButton *>().size(), 0);
             looked = true;
             box->close();
         });
         update();
-        QVERIFY(looked);
-        QVERIFY(progressDialog() == nullptr);
+        QVERIFY2(looked, "No question came up, or the dialog was another one");
+        QVERIFY2(progressDialog() == nullptr, "The dialog outlives the update");
     }
 
     void dialogCannotBeDismissedDuringAFetch_data()
@@ -303,7 +303,9 @@ private Q_SLOTS:
         });
         timer.start(10);
         agreeToUpdate();
-        QVERIFY(before >= 0 && onlooker.windowPaints > before + 3);
+        QVERIFY2(before >= 0, "Nothing was asked of the server");
+        QVERIFY2(onlooker.windowPaints > before + 3,
+                 qPrintable(QString::number(onlooker.windowPaints - before)));
         QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.1.0"));
     }
 

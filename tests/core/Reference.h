@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Waiting.h"
+
 #include <QByteArray>
 #include <QProcess>
 #include <QStringList>
@@ -16,7 +18,7 @@ inline QByteArray outputOf(const QString &program, const QStringList &arguments,
     process.start(program, arguments);
     process.write(input);
     process.closeWriteChannel();
-    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit
+    if (!process.waitForFinished(longestWait) || process.exitStatus() != QProcess::NormalExit
         || process.exitCode() != 0)
         return {};
     return process.readAllStandardOutput();

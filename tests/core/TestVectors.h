@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Missing.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -11,20 +13,28 @@ namespace TestSupport
 {
 
 // The vectors of a file in tests/core/data; each file says where its vectors come from.
-// Ends the program when there are none, since every test over them would then pass.
+// A test that finds none fails.
 inline QList<QJsonObject> testVectors(const QString &fileName)
 {
     QFile file(QStringLiteral(TESSARINE_TEST_VECTORS_DIR "/") + fileName);
     if (!file.open(QIODevice::ReadOnly))
-        qFatal("Can't read %s", qPrintable(file.fileName()));
+        reportMissing(QStringLiteral("Can't read ") + file.fileName());
     QList<QJsonObject> vectors;
     const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
     const QJsonArray array = root.value(QStringLiteral("vectors")).toArray();
     for (const auto &vector : array)
         vectors.append(vector.toObject());
     if (vectors.isEmpty())
-        qFatal("No vectors in %s", qPrintable(file.fileName()));
+        reportMissing(QStringLiteral("No vectors in ") + file.fileName());
     return vectors;
+}
+
+// The vectors of a file, a row each, in the column "vector".
+inline void addVectorRows(const QString &fileName)
+{
+    QTest::addColumn<QJsonObject>("vector");
+    for (const QJsonObject &vector : testVectors(fileName))
+        QTest::newRow(vector.value(QStringLiteral("name")).toString().toUtf8()) << vector;
 }
 
 // A field that holds hexadecimal digits, as bytes.

@@ -28,12 +28,7 @@ class EncryptionTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void publishedVectors_data()
-    {
-        QTest::addColumn<QJsonObject>("vector");
-        for (const QJsonObject &vector : testVectors(QStringLiteral("xchacha20-poly1305.json")))
-            QTest::newRow(textIn(vector, "name")) << vector;
-    }
+    void publishedVectors_data() { addVectorRows(QStringLiteral("xchacha20-poly1305.json")); }
     void publishedVectors()
     {
         QFETCH(QJsonObject, vector);

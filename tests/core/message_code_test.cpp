@@ -40,13 +40,6 @@ QByteArray codeByPython(const QByteArray &message, const QByteArray &key)
 
 const CryptoManager manager;
 
-void addPublishedVectors()
-{
-    QTest::addColumn<QJsonObject>("vector");
-    for (const QJsonObject &vector : testVectors(QStringLiteral("hmac-sha-256.json")))
-        QTest::newRow(textIn(vector, "name")) << vector;
-}
-
 } // namespace
 
 class MessageCodeTest : public QObject
@@ -54,7 +47,7 @@ class MessageCodeTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void publishedVectors_data() { addPublishedVectors(); }
+    void publishedVectors_data() { addVectorRows(QStringLiteral("hmac-sha-256.json")); }
     void publishedVectors()
     {
         QFETCH(QJsonObject, vector);
@@ -65,7 +58,10 @@ private Q_SLOTS:
         QCOMPARE(code.left(expected.size()), expected);
     }
 
-    void publishedKeysCountWithTheirFirst32BytesOnly_data() { addPublishedVectors(); }
+    void publishedKeysCountWithTheirFirst32BytesOnly_data()
+    {
+        addVectorRows(QStringLiteral("hmac-sha-256.json"));
+    }
     void publishedKeysCountWithTheirFirst32BytesOnly()
     {
         QFETCH(QJsonObject, vector);

@@ -337,7 +337,7 @@ private Q_SLOTS:
         QCOMPARE(outcome(m_manager.copyCurrentExecutable(drive.path(), &copied, &m_result)), done);
         QCOMPARE(copied, drive.path("Tessarine"));
         QFile program(QCoreApplication::applicationFilePath());
-        QVERIFY(program.open(QIODevice::ReadOnly));
+        QVERIFY2(program.open(QIODevice::ReadOnly), qPrintable(program.errorString()));
         QCOMPARE(drive.read("Tessarine"), program.readAll());
         QCOMPARE(QFile::permissions(copied), program.permissions());
         QCOMPARE(m_result.touchedPaths, (QStringList{copied, copied}));

@@ -52,7 +52,7 @@ private Q_SLOTS:
         drive.write("file", "old");
         drive.fill();
         QSaveFile file(drive.path("file"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
         QCOMPARE(file.write(QByteArray(100, 'n')), 100);
         const bool committed = file.commit();
         qInfo("This Qt %s", committed ? "cuts the file" : "looks for itself");
@@ -96,7 +96,7 @@ private Q_SLOTS:
         drive.fill(524'288);
         const QStringList before = drive.tree();
         QSaveFile file(drive.path("file"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
         QCOMPARE(file.write(QByteArray(524'288, 'n')), 524'288);
         QCOMPARE(file.write("the rest"), 8);
         QVERIFY(!commitFlushed(&file));
@@ -118,7 +118,7 @@ private Q_SLOTS:
     {
         const Drive drive = Drive::ext4(16 * mebibyte);
         QSaveFile file(drive.path("file"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
         const auto writeChunk = [&file] {
             return file.write(QByteArray(mebibyte, 'n')) == mebibyte
                    && writeBackChunk(&file, mebibyte);
@@ -134,7 +134,7 @@ private Q_SLOTS:
     {
         const Drive drive = Drive::ext4(16 * mebibyte);
         QSaveFile file(drive.path("file"));
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
         const QByteArray first("first chunk" + QByteArray(mebibyte, 'x'));
         const QByteArray second("second chunk" + QByteArray(mebibyte, 'x'));
         QCOMPARE(file.write(first), first.size());
@@ -148,7 +148,7 @@ private Q_SLOTS:
     {
         QSaveFile file("/dev/null");
         file.setDirectWriteFallback(true);
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
         QCOMPARE(file.write(QByteArray(mebibyte, 'n')), mebibyte);
         QVERIFY(writeBackChunk(&file, mebibyte));
         file.cancelWriting();

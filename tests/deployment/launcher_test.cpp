@@ -4,11 +4,13 @@
 #include "tests/deployment/ExpectedTexts.h"
 #include "tests/support/Drive.h"
 #include "tests/support/TestMain.h"
+#include "tests/support/Waiting.h"
 
 #include <QTest>
 
 using namespace Tessarine::Deployment;
 using TestSupport::Drive;
+using TestSupport::longestWait;
 
 namespace
 {
@@ -75,7 +77,7 @@ public:
         process.setProcessEnvironment(m_environment);
         process.setWorkingDirectory(from);
         process.start("/bin/sh", QStringList{launcher} + arguments);
-        process.waitForFinished();
+        process.waitForFinished(longestWait);
         return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
                 QString::fromUtf8(process.readAllStandardError())};
     }

@@ -19,6 +19,11 @@ class LinuxLibrariesTest : public OperationSituation
         return outcome(m_manager.copyLinuxLibraryDependencies(program, target, &m_result));
     }
 
+    static void row(const char *name, const QString &line, const QStringList &libraries)
+    {
+        QTest::newRow(name) << line << libraries;
+    }
+
 private Q_SLOTS:
     void init() { begin(); }
     void cleanup() { end(); }
@@ -29,9 +34,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("line");
         QTest::addColumn<QStringList>("libraries");
-        const auto row = [](const char *name, const QString &line, const QStringList &libraries) {
-            QTest::newRow(name) << line << libraries;
-        };
         row("resolved", "\tlibz.so.1 => /lib/libz.so.1 (0x00007f12)", {"/lib/libz.so.1"});
         row("loader", "\t/lib64/ld-linux-x86-64.so.2 (0x00007f12)",
             {"/lib64/ld-linux-x86-64.so.2"});
@@ -83,9 +85,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("line");
         QTest::addColumn<QStringList>("libraries");
-        const auto row = [](const char *name, const QString &line, const QStringList &libraries) {
-            QTest::newRow(name) << line << libraries;
-        };
         row("version 3", "\tlibssl.so.3 (libc6,x86-64) => /lib/libssl.so.3", {"/lib/libssl.so.3"});
         row("version 1.1", "\tlibssl.so.1.1 (libc6) => /lib/libssl.so.1.1", {"/lib/libssl.so.1.1"});
         row("a longer class",

@@ -1,9 +1,11 @@
 #include "tests/deployment/PreparationSituation.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Waiting.h"
 
 #include <sys/stat.h>
 
 using TestSupport::asUnprivileged;
+using TestSupport::longestWait;
 
 // Which road a source takes: copied whole, or assembled around its executable.
 class PreparationSourcesTest : public PreparationSituation
@@ -151,7 +153,7 @@ private Q_SLOTS:
         QProcess launcher;
         launcher.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         launcher.start(drive.path("Tessarine-Linux.sh"), QStringList());
-        QVERIFY(launcher.waitForFinished());
+        QVERIFY2(launcher.waitForFinished(longestWait), qPrintable(launcher.errorString()));
         QCOMPARE(launcher.exitCode(), 0);
         const QStringList lines = QString::fromUtf8(launcher.readAll()).split(u'\n');
         const QString library = drive.path("Tessarine/linux/lib/");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/linux/LinuxDeviceManager.h"
+#include "tests/support/ListComparison.h"
 
 #include <QStorageInfo>
 #include <QStringList>

@@ -21,7 +21,8 @@ private Q_SLOTS:
 
     void fileThatCannotBeOpenedHasNoFirstLine()
     {
-        QVERIFY(readFirstLine("/sys/class/block/none/uevent").isNull());
+        QVERIFY2(readFirstLine("/sys/class/block/none/uevent").isNull(),
+                 qPrintable(readFirstLine("/sys/class/block/none/uevent")));
     }
 
     void partitionResolvesIntoTheDirectoryOfItsDisk()
@@ -51,7 +52,7 @@ private Q_SLOTS:
     {
         const Machine machine;
         QCOMPARE(blockDeviceSysfsPath("luks-1"), QString());
-        QVERIFY(parentDiskName("luks-1").isNull());
+        QVERIFY2(parentDiskName("luks-1").isNull(), qPrintable(parentDiskName("luks-1")));
         QVERIFY(!isUsbBlockDevice("luks-1"));
         QVERIFY(!isOpticalBlockDevice("luks-1"));
         QVERIFY(!isRemovableBlockDevice("luks-1"));
@@ -114,7 +115,7 @@ private Q_SLOTS:
         machine.addBlockDevice("pci0000:00/nvme/nvme0/nvme0n1");
         machine.addBlockDevice("pci0000:00/usb2/nvme/nvme1/nvme1n1");
         machine.setAttribute("nvme0n1", "device/type", "5\n");
-        QVERIFY(parentDiskName("nvme0n1").isNull());
+        QVERIFY2(parentDiskName("nvme0n1").isNull(), qPrintable(parentDiskName("nvme0n1")));
         QVERIFY(!isUsbBlockDevice("nvme0n1"));
         QVERIFY(isOpticalBlockDevice("nvme0n1"));
         QVERIFY(!isRemovableBlockDevice("nvme0n1"));

@@ -1,5 +1,6 @@
 #include "platform/linux/LinuxDeviceManager.cpp"
 #include "tests/platform/DetectedDevices.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/Machine.h"
 
 #include <QTest>
@@ -20,6 +21,8 @@ class UsbMachine : public Machine
 {
 public:
     UsbMachine() { addUsbDisk("sdb", {"sdb1"}); }
+
+    void addToMountTable(const QByteArray &line) { setMountTable(mountTable() + line + '\n'); }
 };
 
 } // namespace
@@ -96,8 +99,7 @@ private Q_SLOTS:
     {
         UsbMachine machine;
         machine.mountVolume("none", "/sys/devices/v");
-        machine.setMountTable(machine.mountTable()
-                              + "36 35 0:40 / /sys/devices/v - vfat /dev/sdb1 rw\n");
+        machine.addToMountTable("36 35 0:40 / /sys/devices/v - vfat /dev/sdb1 rw");
         QCOMPARE(detectedDevices(),
                  QStringList{mountedVolume("/dev/sdb1", "/sys/devices/v", "vfat")});
     }
@@ -240,8 +242,7 @@ private Q_SLOTS:
     {
         UsbMachine machine;
         machine.mountVolume("none", "/sys/devices/v");
-        machine.setMountTable(machine.mountTable()
-                              + "36 35 0:40 / /sys/devices/v rw -  /dev/sdb1 rw\n");
+        machine.addToMountTable("36 35 0:40 / /sys/devices/v rw -  /dev/sdb1 rw");
         QCOMPARE(detectedDevices(),
                  QStringList{mountedVolume("/dev/sdb1", "/sys/devices/v", "tmpfs")});
     }

@@ -71,7 +71,7 @@ private Q_SLOTS:
     {
         Machine machine;
         QFile file("/media/sdb1");
-        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
         machine.addLabel("PEN", "/media/sdb1");
         QCOMPARE(blockLabelMap(), LabelMap());
     }
@@ -105,7 +105,7 @@ private Q_SLOTS:
         Machine machine;
         qputenv("LOGNAME", "ana");
         machine.addDirectory("/media/eva/PEN");
-        QVERIFY(mountedRootForLabel("PEN").isNull());
+        QVERIFY2(mountedRootForLabel("PEN").isNull(), qPrintable(mountedRootForLabel("PEN")));
         machine.addDirectory("/media/ana/PEN");
         QCOMPARE(mountedRootForLabel("PEN"), "/media/ana/PEN");
     }
@@ -147,7 +147,7 @@ private Q_SLOTS:
         machine.addDirectory("/media/PEN");
         machine.addDirectory("/media/ana/PEN");
         machine.addDirectory("/run/media/PEN");
-        QVERIFY(mountedRootForLabel("PEN").isNull());
+        QVERIFY2(mountedRootForLabel("PEN").isNull(), qPrintable(mountedRootForLabel("PEN")));
         machine.addDirectory("/mnt/PEN");
         QCOMPARE(mountedRootForLabel("PEN"), "/mnt/PEN");
     }
@@ -156,8 +156,8 @@ private Q_SLOTS:
     {
         Machine machine;
         QFile file("/mnt/PEN");
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QVERIFY(mountedRootForLabel("PEN").isNull());
+        QVERIFY2(file.open(QIODevice::WriteOnly), qPrintable(file.errorString()));
+        QVERIFY2(mountedRootForLabel("PEN").isNull(), qPrintable(mountedRootForLabel("PEN")));
     }
 
     void directoryThatNothingIsMountedOnIsTaken()
@@ -171,7 +171,8 @@ private Q_SLOTS:
     {
         Machine machine;
         machine.mountVolume("/dev/sdb1", "/media/ana/MEU PEN");
-        QVERIFY(mountedRootForLabel("MEU\\x20PEN").isNull());
+        QVERIFY2(mountedRootForLabel("MEU\\x20PEN").isNull(),
+                 qPrintable(mountedRootForLabel("MEU\\x20PEN")));
     }
 
     void placeholderInALabelStays()
@@ -184,8 +185,9 @@ private Q_SLOTS:
     void emptyLabelHasNoDirectory()
     {
         const Machine machine;
-        QVERIFY(mountedRootForLabel("").isNull());
-        QVERIFY(mountedRootForLabel(QString()).isNull());
+        QVERIFY2(mountedRootForLabel("").isNull(), qPrintable(mountedRootForLabel("")));
+        QVERIFY2(mountedRootForLabel(QString()).isNull(),
+                 qPrintable(mountedRootForLabel(QString())));
     }
 
     void volumeWithoutANameIsCalledAsItsDirectory()

@@ -1,5 +1,7 @@
 #include "tests/support/Machine.h"
 
+#include "tests/support/Missing.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -17,31 +19,26 @@ namespace
 
 const char mountTablePath[] = "/proc/self/mountinfo";
 
-// Writing to the real ones would change the machine that the tests run on.
-void requirePrivateMachine()
+bool isMachineOfItsOwn()
 {
     struct statfs status = {};
-    if (statfs("/sys/class/block", &status) != 0 || status.f_type != TMPFS_MAGIC)
-        qFatal("This suite runs under tools/virtual-drive");
+    return statfs("/sys/class/block", &status) == 0 && status.f_type == TMPFS_MAGIC;
 }
 
-void require(bool done, const QString &what)
-{
-    if (!done)
-        qFatal("%s: %s", qPrintable(what), qPrintable(qt_error_string()));
-}
-
-void writeFile(const QString &path, const QByteArray &text)
+bool writeFile(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    require(file.open(QIODevice::WriteOnly) && file.write(text) == text.size(), path);
+    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
 }
 
 } // namespace
 
 Machine::Machine()
+    : isOwn(isMachineOfItsOwn())
 {
-    requirePrivateMachine();
+    if (!isOwn)
+        reportMissing(QStringLiteral("A machine of its own: this suite runs under "
+                                     "tools/virtual-drive"));
     for (const char *directory :
          {"/sys/devices", "/sys/class/block", "/dev/disk", "/media", "/mnt", "/run"})
         mountVolume(QStringLiteral("none"), QString::fromLatin1(directory));
@@ -61,14 +58,11 @@ void Machine::addBlockDevice(const QString &place)
 {
     const QString name = QFileInfo(place).fileName();
     addDirectory(QStringLiteral("/sys/devices/%1").arg(place));
-    require(QFile::link(QStringLiteral("../../devices/%1").arg(place),
-                        QStringLiteral("/sys/class/block/%1").arg(name)),
-            place);
-
-    // No driver has the number 0:0.
+    addLink(QStringLiteral("/sys/class/block/%1").arg(name),
+            QStringLiteral("../../devices/%1").arg(place));
     const QString node = QStringLiteral("/dev/%1").arg(name);
-    require(mknod(QFile::encodeName(node).constData(), S_IFBLK | 0600, 0) == 0, node);
-    nodes.append(node);
+    if (addUnusableNode(node))
+        nodes.append(node);
 }
 
 void Machine::addUsbDisk(const QString &name, const QStringList &partitions)
@@ -86,19 +80,19 @@ void Machine::setAttribute(const QString &blockName, const QString &attribute,
 {
     const QString path = QStringLiteral("/sys/class/block/%1/%2").arg(blockName, attribute);
     addDirectory(QFileInfo(path).path());
-    writeFile(path, text);
+    change(path, [&] { return writeFile(path, text); });
 }
 
 void Machine::addLabel(const QString &linkName, const QString &target)
 {
     const QString directory = QStringLiteral("/dev/disk/by-label");
     addDirectory(directory);
-    require(QFile::link(target, QStringLiteral("%1/%2").arg(directory, linkName)), linkName);
+    addLink(QStringLiteral("%1/%2").arg(directory, linkName), target);
 }
 
 void Machine::addDirectory(const QString &path)
 {
-    require(QDir().mkpath(path), path);
+    change(path, [&] { return QDir().mkpath(path); });
 }
 
 void Machine::mountVolume(const QString &device, const QString &directory)
@@ -115,32 +109,56 @@ void Machine::bind(const QString &existing, const QString &place)
 QByteArray Machine::mountTable() const
 {
     QFile table(QString::fromLatin1(mountTablePath));
-    require(table.open(QIODevice::ReadOnly), table.fileName());
+    if (!table.open(QIODevice::ReadOnly))
+        reportMissing(table.fileName() + QStringLiteral(": ") + table.errorString());
     return table.readAll();
 }
 
 void Machine::setMountTable(const QByteArray &text)
 {
     const QString file = QStringLiteral("/run/mountinfo");
-    writeFile(file, text);
+    change(file, [&] { return writeFile(file, text); });
     bind(file, QString::fromLatin1(mountTablePath));
 }
 
 void Machine::makeMountTableUnreadable()
 {
     const QString node = QStringLiteral("/run/no-device");
-    require(mknod(QFile::encodeName(node).constData(), S_IFBLK | 0600, 0) == 0, node);
+    addUnusableNode(node);
     bind(node, QString::fromLatin1(mountTablePath));
+}
+
+// The machine that the tests run on is never changed.
+bool Machine::change(const QString &what, const std::function<bool()> &act) const
+{
+    const bool done = isOwn && act();
+    if (isOwn && !done)
+        reportMissing(what + QStringLiteral(": ") + qt_error_string());
+    return done;
+}
+
+void Machine::addLink(const QString &link, const QString &target)
+{
+    change(link, [&] { return QFile::link(target, link); });
+}
+
+bool Machine::addUnusableNode(const QString &path)
+{
+    // No driver has the number 0:0.
+    return change(
+        path, [&] { return mknod(QFile::encodeName(path).constData(), S_IFBLK | 0600, 0) == 0; });
 }
 
 void Machine::mountAt(const QString &source, const QString &target, const char *type,
                       unsigned long flags, const char *options)
 {
-    require(mount(QFile::encodeName(source).constData(), QFile::encodeName(target).constData(),
-                  type, flags, options)
-                == 0,
-            target);
-    mounts.append(target);
+    const bool isMounted = change(target, [&] {
+        return mount(QFile::encodeName(source).constData(), QFile::encodeName(target).constData(),
+                     type, flags, options)
+               == 0;
+    });
+    if (isMounted)
+        mounts.append(target);
 }
 
 } // namespace TestSupport

@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 namespace TestSupport
 {
 
@@ -43,9 +45,13 @@ public:
     void makeMountTableUnreadable();
 
 private:
+    bool change(const QString &what, const std::function<bool()> &act) const;
+    void addLink(const QString &link, const QString &target);
+    bool addUnusableNode(const QString &path);
     void mountAt(const QString &source, const QString &target, const char *type,
                  unsigned long flags, const char *options);
 
+    const bool isOwn;
     QStringList mounts; // in the order in which they were made
     QStringList nodes;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/ListComparison.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QEvent>
@@ -22,9 +24,21 @@ struct SeenBox {
     QMessageBox::Icon icon = QMessageBox::NoIcon;
     QStringList buttons;   // texts in the order of their roles' importance, "&" taken out
     QString defaultButton; // text of the button that Enter presses as set by the program
-    QWidget *parent = nullptr;
+    const QWidget *parent = nullptr;
     bool modal = false;
 };
+
+// Compares a message, as opposed to a question, with what it has to be.
+inline void compareMessage(const SeenBox &box, QMessageBox::Icon icon, const QString &text,
+                           const QWidget *parent)
+{
+    QCOMPARE(box.text, text);
+    QCOMPARE(box.icon, icon);
+    QCOMPARE(box.title, QStringLiteral("Tessarine - Gerenciador"));
+    QCOMPARE(box.buttons, QStringList{QStringLiteral("OK")});
+    QCOMPARE(box.parent, parent);
+    QVERIFY2(box.modal, "The box isn't modal");
+}
 
 // The person who answers the program's message boxes. Notes each box that comes up, also inside
 // nested event loops, and then answers it; a box without an answer of its own is dismissed.
@@ -64,6 +78,14 @@ public:
     void willPress(const QString &buttonText) { willAnswer(pressing(buttonText)); }
 
     QList<SeenBox> boxes; // in the order in which they came up
+
+    QStringList texts() const
+    {
+        QStringList texts;
+        for (const SeenBox &box : boxes)
+            texts << box.text;
+        return texts;
+    }
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override

@@ -1,6 +1,7 @@
 #include "tests/support/VendorServer.h"
 
 #include "tests/support/Missing.h"
+#include "tests/support/Waiting.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,8 +16,6 @@ namespace TestSupport
 
 namespace
 {
-
-constexpr int startLimit = 300'000; // milliseconds, which only what hangs takes
 
 QString supportProgram(const QString &name)
 {
@@ -137,9 +136,9 @@ VendorServer::~VendorServer()
 {
     QSslConfiguration::setDefaultConfiguration(formerConfiguration);
     process.closeWriteChannel();
-    if (!process.waitForFinished()) {
+    if (!process.waitForFinished(longestWait)) {
         process.kill();
-        process.waitForFinished();
+        process.waitForFinished(longestWait);
     }
 }
 
@@ -220,7 +219,7 @@ void VendorServer::makeCertificates() const
     maker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     maker.start(supportProgram(QStringLiteral("make-test-ca")),
                 {directory.filePath(QStringLiteral("certificates"))});
-    if (!maker.waitForFinished(startLimit) || maker.exitStatus() != QProcess::NormalExit
+    if (!maker.waitForFinished(longestWait) || maker.exitStatus() != QProcess::NormalExit
         || maker.exitCode() != 0) {
         reportMissing(QStringLiteral("make-test-ca made no certificates"));
     }
@@ -236,7 +235,7 @@ void VendorServer::start(quint16 port)
                    directory.filePath(QStringLiteral("control")), QStringLiteral("--port"),
                    QString::number(port), QStringLiteral("--stop-at-eof")});
     while (!process.canReadLine()) {
-        if (!process.waitForReadyRead(startLimit))
+        if (!process.waitForReadyRead(longestWait))
             return reportMissing(QStringLiteral("vendor-server didn't start"));
     }
     ports = QJsonDocument::fromJson(process.readLine()).object();

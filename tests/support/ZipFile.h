@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/Missing.h"
+#include "tests/support/Waiting.h"
 
 #include <QByteArray>
 #include <QJsonArray>
@@ -54,7 +55,7 @@ public:
         maker.start(QStringLiteral(TESSARINE_TEST_SUPPORT_DIR "/make-zip"), QStringList());
         maker.write(QJsonDocument(entries).toJson());
         maker.closeWriteChannel();
-        if (!maker.waitForFinished() || maker.exitCode() != 0)
+        if (!maker.waitForFinished(longestWait) || maker.exitCode() != 0)
             reportMissing(QStringLiteral("make-zip made no zip file"));
         return maker.readAllStandardOutput();
     }

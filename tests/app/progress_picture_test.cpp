@@ -1,5 +1,5 @@
 // What the screen shows of a progress dialog while a stage's work holds the program's one thread.
-// The picture is taken by the command that the stage waits for.
+// The picture is taken by the command that the stage waits for, or while the drive is synced.
 #define main tessarineConfigMain
 #undef TESSARINE_UPDATE_ENDPOINT
 #define TESSARINE_UPDATE_ENDPOINT "https://127.0.0.1"
@@ -11,8 +11,10 @@
 #include "tests/support/MessageBoxUser.h"
 #include "tests/support/ProgressWatch.h"
 #include "tests/support/StubCommand.h"
+#include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/VendorServer.h"
+#include "tests/support/Waiting.h"
 #include "tests/support/ZipFile.h"
 
 #include <QProgressBar>
@@ -24,11 +26,14 @@ namespace
 using TestSupport::completePackage;
 using TestSupport::Drive;
 using TestSupport::FakeDeviceManager;
+using TestSupport::longestWait;
 using TestSupport::MessageBoxUser;
 using TestSupport::mountedVolume;
 using TestSupport::ProgressWatch;
 using TestSupport::StubCommand;
 using TestSupport::VendorServer;
+using TestSupport::whenFileSynced;
+using TestSupport::whenSynced;
 
 const QString packagePath = QStringLiteral("/tessarine-1.1.0.zip");
 
@@ -96,6 +101,32 @@ class ProgressPictureTest : public QObject
     std::unique_ptr<ProgressWatch> progress;
     QSize dialogSize;
 
+    void takePicture(const QString &name)
+    {
+        const QByteArray command = pictureOf(*window, pictures->path(name));
+        QCOMPARE(QProcess::execute(QStringLiteral("/bin/sh"),
+                                   {QStringLiteral("-c"), QString::fromUtf8(command)}),
+                 0);
+        dialogSize = window->findChild<QProgressDialog *>()->size();
+        progress->asItCloses = nullptr; // by then it may have grown
+    }
+
+    // The drive takes its time over the sync of that number.
+    void takePictureAtSync(int number, const QString &name)
+    {
+        whenSynced = [=, this, syncs = 0]() mutable {
+            if (++syncs == number)
+                takePicture(name);
+        };
+    }
+
+    void giveWindowOnlyAWindowsBundle(const Drive &bundle)
+    {
+        window->windowsSource = {bundle.write(QStringLiteral("Tessarine.exe"), "program"),
+                                 bundle.path(), false};
+        window->linuxSource = {};
+    }
+
     void comparePicture(const QString &name, int value, int maximum, const QString &caption) const
     {
         const QImage picture = QImage(pictures->path(name)).convertToFormat(QImage::Format_RGB32);
@@ -126,14 +157,14 @@ private Q_SLOTS:
 
     void init()
     {
-        drive = std::make_unique<Drive>();
+        drive.reset(new Drive(Drive::tmpfs(1 << 30)));
         pictures = std::make_unique<Drive>();
         window = std::make_unique<ConfigWindow>();
         window->deviceManager = std::make_unique<FakeDeviceManager>(
             QList<UsbDevice>{mountedVolume(QStringLiteral("PEN"), drive->path())});
         window->refreshDevices();
         window->show();
-        QVERIFY(QTest::qWaitForWindowActive(window.get()));
+        QVERIFY(QTest::qWaitForWindowActive(window.get(), longestWait));
         user = std::make_unique<MessageBoxUser>();
         user->willPress(QStringLiteral("Sim"));
         progress = std::make_unique<ProgressWatch>();
@@ -143,6 +174,8 @@ private Q_SLOTS:
 
     void cleanup()
     {
+        whenSynced = nullptr;
+        whenFileSynced = nullptr;
         progress.reset();
         user.reset();
         window.reset();
@@ -174,6 +207,31 @@ private Q_SLOTS:
                        QStringLiteral("Copiando bundle Linux..."));
     }
 
+    void dialogOfAPreparationIsPaintedWhileTheDriveTakesAWindowsFile_data() { thirtyRuns(); }
+    void dialogOfAPreparationIsPaintedWhileTheDriveTakesAWindowsFile()
+    {
+        const Drive bundle;
+        giveWindowOnlyAWindowsBundle(bundle);
+        whenFileSynced = [this] {
+            whenFileSynced = nullptr;
+            takePicture(QStringLiteral("copying.ppm"));
+        };
+        window->prepareButton->click();
+        comparePicture(QStringLiteral("copying.ppm"), 2, 7,
+                       QStringLiteral("Copiando bundle Windows..."));
+    }
+
+    void dialogOfAPreparationIsPaintedWhileTheWholeDriveIsSynced_data() { thirtyRuns(); }
+    void dialogOfAPreparationIsPaintedWhileTheWholeDriveIsSynced()
+    {
+        const Drive bundle;
+        giveWindowOnlyAWindowsBundle(bundle);
+        takePictureAtSync(1, QStringLiteral("end.ppm"));
+        window->prepareButton->click();
+        comparePicture(QStringLiteral("end.ppm"), 6, 7,
+                       QStringLiteral("Criando arquivos auxiliares..."));
+    }
+
     void dialogOfAnUpdateIsPaintedWhileUnzipRuns_data() { thirtyRuns(); }
     void dialogOfAnUpdateIsPaintedWhileUnzipRuns()
     {
@@ -185,6 +243,15 @@ private Q_SLOTS:
         comparePicture(QStringLiteral("unzip.ppm"), 4, 6, QStringLiteral("Extraindo pacote..."));
     }
 
+    void dialogOfAnUpdateIsPaintedWhileABundleIsSwapped_data() { thirtyRuns(); }
+    void dialogOfAnUpdateIsPaintedWhileABundleIsSwapped()
+    {
+        drive->makeDirectory(QStringLiteral("Tessarine"));
+        takePictureAtSync(2, QStringLiteral("swap.ppm")); // the first is that of the extraction
+        window->updateButton->click();
+        comparePicture(QStringLiteral("swap.ppm"), 5, 6, QStringLiteral("Substituindo bundles..."));
+    }
+
     void dialogIsPaintedEvenIfTheFirstStageBlocksAtOnce_data() { thirtyRuns(); }
     void dialogIsPaintedEvenIfTheFirstStageBlocksAtOnce()
     {
@@ -192,11 +259,7 @@ private Q_SLOTS:
         CommandProgressDialog dialog(QString(), QString(), 6, window.get());
         dialog.show();
         showStage(&dialog, 3, caption);
-        const QByteArray command = pictureOf(*window, pictures->path(QStringLiteral("hash.ppm")));
-        QCOMPARE(QProcess::execute(QStringLiteral("/bin/sh"),
-                                   {QStringLiteral("-c"), QString::fromUtf8(command)}),
-                 0);
-        dialogSize = dialog.size();
+        takePicture(QStringLiteral("hash.ppm"));
         comparePicture(QStringLiteral("hash.ppm"), 3, 6, caption);
     }
 };

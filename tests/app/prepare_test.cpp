@@ -246,7 +246,7 @@ private Q_SLOTS:
         desk.prepare();
         QCOMPARE(desk.window.devices.size(), 0);
         QCOMPARE(desk.user.boxes.last().text, success);
-        QCOMPARE(desk.log().first(), QStringLiteral("Unidade preparada: ") + desk.mountPoint);
+        QCOMPARE(desk.log().value(1), QStringLiteral("Unidade preparada: ") + desk.mountPoint);
     }
 
     void listIsNotRefreshedAfterwards()

@@ -76,24 +76,25 @@ private Q_SLOTS:
             QStringLiteral("\"\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ\""));
         const QString withoutTime =
             QString::fromUtf8(text).replace(time, QStringLiteral("\"NOW\""));
-        QCOMPARE(withoutTime, QStringLiteral("{\n"
-                                             "    \"app\": \"Tessarine\",\n"
-                                             "    \"bundles\": {\n"
-                                             "        \"linux-x64\": {\n"
-                                             "            \"entryPoint\": \"Tessarine\",\n"
-                                             "            \"path\": \"Tessarine/linux\"\n"
-                                             "        },\n"
-                                             "        \"windows-x64\": {\n"
-                                             "            \"entryPoint\": \"Tessarine.exe\",\n"
-                                             "            \"path\": \"Tessarine/windows\"\n"
-                                             "        }\n"
-                                             "    },\n"
-                                             "    \"installedAt\": \"NOW\",\n"
-                                             "    \"installedVersion\": \"1.1.0\",\n"
-                                             "    \"lastPackageSha256\": \"ab12\",\n"
-                                             "    \"schemaVersion\": 1,\n"
-                                             "    \"updatedByConfigVersion\": \"7.8.9-test\"\n"
-                                             "}\n"));
+        const QString expected = QStringLiteral("{\n"
+                                                "    \"app\": \"Tessarine\",\n"
+                                                "    \"bundles\": {\n"
+                                                "        \"linux-x64\": {\n"
+                                                "            \"entryPoint\": \"Tessarine\",\n"
+                                                "            \"path\": \"Tessarine/linux\"\n"
+                                                "        },\n"
+                                                "        \"windows-x64\": {\n"
+                                                "            \"entryPoint\": \"Tessarine.exe\",\n"
+                                                "            \"path\": \"Tessarine/windows\"\n"
+                                                "        }\n"
+                                                "    },\n"
+                                                "    \"installedAt\": \"NOW\",\n"
+                                                "    \"installedVersion\": \"1.1.0\",\n"
+                                                "    \"lastPackageSha256\": \"ab12\",\n"
+                                                "    \"schemaVersion\": 1,\n"
+                                                "    \"updatedByConfigVersion\": \"7.8.9-test\"\n"
+                                                "}\n");
+        QCOMPARE(withoutTime.split(u'\n'), expected.split(u'\n'));
     }
 
     void timeIsThatOfTheWritingInUtc()

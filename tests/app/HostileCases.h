@@ -24,7 +24,8 @@ public:
         const QString seconds = QString::number(double(clock.elapsed()) / 1000, 'f', 1);
         message.replace(QRegularExpression(QStringLiteral("/tmp/[^/]+/drive")),
                         QStringLiteral("DRIVE"));
-        message.replace(QRegularExpression(QStringLiteral("\\b\\d{14}\\b")), QStringLiteral("TIME"));
+        message.replace(QRegularExpression(QStringLiteral("\\b\\d{14}\\b")),
+                        QStringLiteral("TIME"));
         // Characters that turn the direction of a line would turn the table's.
         message = message.remove(QRegularExpression(QStringLiteral("\\p{Cf}"))).simplified();
         if (message.size() > 100)

@@ -1,13 +1,14 @@
-// Measures CryptoManager beside bare calls of the libraries that a user would reach for instead,
-// in turns within one run, and prints medians and ratios as Markdown tables.
+// core_bench [ROUNDS]: measures CryptoManager beside bare calls of the libraries that a user would
+// reach for instead, in turns. Prints a line of JSON for each comparison: what was done, and for
+// each way the processor seconds that it took in each round.
 
 #include "core/CryptoManager.h"
 
 #include <openssl/evp.h>
 #include <sodium.h>
 
-#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -23,12 +24,21 @@ namespace
 // Returns whether it did its work.
 using Operation = std::function<bool()>;
 
-// Ways to the same result, the first of them ours, and the amount of work that each does.
+struct Way {
+    const char *name;
+    Operation operation;
+};
+
+// Ways to the same result, the first of them ours.
 struct Comparison {
     std::string subject;
-    double amount;
-    std::vector<Operation> ways;
+    std::vector<Way> ways;
 };
+
+const char ours[] = "CryptoManager";
+// A result is allocated for each call, as ours is, or was there before.
+const char newResult[] = "libsodium, new buffer";
+const char readyResult[] = "libsodium, ready buffer";
 
 const CryptoManager manager;
 const QByteArray key(32, 'k');
@@ -73,12 +83,11 @@ Comparison encryption(int size)
     const QByteArray plaintext(size, 'p');
     const size_t outputSize = sizeOf(plaintext) + 16;
     return {"encrypt, " + std::to_string(size) + " bytes",
-            size / 1e6,
-            {[=] { return !manager.encrypt(plaintext, key, nonce, salt).isNull(); },
-             [=] { return encryptBare(plaintext, newBuffer(outputSize).get()); },
-             [=, ready = std::vector<unsigned char>(outputSize)]() mutable {
-                 return encryptBare(plaintext, ready.data());
-             }}};
+            {{ours, [=] { return !manager.encrypt(plaintext, key, nonce, salt).isNull(); }},
+             {newResult, [=] { return encryptBare(plaintext, newBuffer(outputSize).get()); }},
+             {readyResult, [=, ready = std::vector<unsigned char>(outputSize)]() mutable {
+                  return encryptBare(plaintext, ready.data());
+              }}}};
 }
 
 Comparison decryption(int size)
@@ -86,41 +95,50 @@ Comparison decryption(int size)
     const QByteArray ciphertext = manager.encrypt(QByteArray(size, 'p'), key, nonce, salt);
     const auto outputSize = static_cast<size_t>(size);
     return {"decrypt, " + std::to_string(size) + " bytes",
-            size / 1e6,
-            {[=] { return !manager.decrypt(ciphertext, key, nonce, salt).isNull(); },
-             [=] { return decryptBare(ciphertext, newBuffer(outputSize).get()); },
-             [=, ready = std::vector<unsigned char>(outputSize)]() mutable {
-                 return decryptBare(ciphertext, ready.data());
-             }}};
+            {{ours, [=] { return !manager.decrypt(ciphertext, key, nonce, salt).isNull(); }},
+             {newResult, [=] { return decryptBare(ciphertext, newBuffer(outputSize).get()); }},
+             {readyResult, [=, ready = std::vector<unsigned char>(outputSize)]() mutable {
+                  return decryptBare(ciphertext, ready.data());
+              }}}};
+}
+
+Comparison hmac(int size)
+{
+    const QByteArray message(size, 'm');
+    return {"hmacSha256, " + std::to_string(size) + " bytes",
+            {{ours, [=] { return !manager.hmacSha256(key, message).isNull(); }},
+             {newResult, [=] {
+                  return crypto_auth_hmacsha256(newBuffer(32).get(), bytesOf(message),
+                                                sizeOf(message), bytesOf(key))
+                         == 0;
+              }}}};
 }
 
 Comparison pbkdf2(int iterations)
 {
     const KeyDerivationParams params = {QStringLiteral("PBKDF2"), salt, iterations, 32};
-    return {"PBKDF2, " + std::to_string(iterations) + " iterations; OpenSSL",
-            1,
-            {[=] { return !manager.deriveKey(password, params).isNull(); },
-             [=] {
-                 return PKCS5_PBKDF2_HMAC(password.constData(), static_cast<int>(password.size()),
-                                          bytesOf(salt), static_cast<int>(salt.size()), iterations,
-                                          EVP_sha256(), params.keyLength, newBuffer(32).get())
-                        == 1;
-             }}};
+    return {"PBKDF2, " + std::to_string(iterations) + " iterations",
+            {{ours, [=] { return !manager.deriveKey(password, params).isNull(); }},
+             {"OpenSSL", [=] {
+                  return PKCS5_PBKDF2_HMAC(password.constData(), static_cast<int>(password.size()),
+                                           bytesOf(salt), static_cast<int>(salt.size()), iterations,
+                                           EVP_sha256(), params.keyLength, newBuffer(32).get())
+                         == 1;
+              }}}};
 }
 
 Comparison argon2id()
 {
     const KeyDerivationParams params = {QStringLiteral("Argon2id"), salt, 0, 32};
-    return {"Argon2id; libsodium",
-            1,
-            {[=] { return !manager.deriveKey(password, params).isNull(); },
-             [=] {
-                 return crypto_pwhash(newBuffer(32).get(), 32, password.constData(),
-                                      sizeOf(password), bytesOf(salt),
-                                      crypto_pwhash_OPSLIMIT_MODERATE,
-                                      crypto_pwhash_MEMLIMIT_MODERATE, crypto_pwhash_ALG_ARGON2ID13)
-                        == 0;
-             }}};
+    return {"Argon2id",
+            {{ours, [=] { return !manager.deriveKey(password, params).isNull(); }},
+             {"libsodium", [=] {
+                  return crypto_pwhash(
+                             newBuffer(32).get(), 32, password.constData(), sizeOf(password),
+                             bytesOf(salt), crypto_pwhash_OPSLIMIT_MODERATE,
+                             crypto_pwhash_MEMLIMIT_MODERATE, crypto_pwhash_ALG_ARGON2ID13)
+                         == 0;
+              }}}};
 }
 
 // Processor time, since wall time counts what else the machine does.
@@ -134,66 +152,54 @@ double secondsFor(const Operation &operation, int repetitions)
     return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
-// How often to repeat an operation for a measurement of a millisecond or more.
+// How often to repeat an operation for a measurement of ten milliseconds or more.
 int repetitionsFor(const Operation &operation)
 {
     int repetitions = 1;
-    while (secondsFor(operation, repetitions) < 0.001)
+    while (secondsFor(operation, repetitions) < 0.01)
         repetitions *= 2;
     return repetitions;
 }
 
-double median(std::vector<double> values)
+void print(const Comparison &comparison, const std::vector<std::vector<double>> &seconds)
 {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+    std::printf("{\"what\": \"%s\", \"sides\": {", comparison.subject.c_str());
+    for (size_t way = 0; way < seconds.size(); ++way) {
+        std::printf("%s\"%s\": [", way == 0 ? "" : ", ", comparison.ways[way].name);
+        for (size_t round = 0; round < seconds[way].size(); ++round)
+            std::printf("%s%.4g", round == 0 ? "" : ", ", seconds[way][round]);
+        std::printf("]");
+    }
+    std::puts("}}");
+    std::fflush(stdout);
 }
 
-// Measures the ways in turns, for two seconds but at least 15 rounds, and prints a row. A ratio is
-// the median over the rounds: a slow moment of the machine meets all sides of a round.
-void measure(const Comparison &comparison)
+void measure(const Comparison &comparison, size_t rounds)
 {
-    const std::vector<Operation> &ways = comparison.ways;
-    const int repetitions = repetitionsFor(ways.front());
-    std::vector<std::vector<double>> rates(ways.size());
-    std::vector<std::vector<double>> ratios(ways.size());
-    double spent = 0;
-    for (size_t round = 0; round < 15 || spent < 2; ++round) {
+    const std::vector<Way> &ways = comparison.ways;
+    const int repetitions = repetitionsFor(ways.front().operation);
+    std::vector<std::vector<double>> seconds(ways.size());
+    for (size_t round = 0; round < rounds; ++round) {
         for (size_t turn = 0; turn < ways.size(); ++turn) {
             const size_t way = (round + turn) % ways.size();
-            const double seconds = secondsFor(ways[way], repetitions);
-            rates[way].push_back(comparison.amount * repetitions / seconds);
-            spent += seconds;
+            seconds[way].push_back(secondsFor(ways[way].operation, repetitions) / repetitions);
         }
-        for (size_t way = 1; way < ways.size(); ++way)
-            ratios[way].push_back(rates.front().back() / rates[way].back());
     }
-
-    std::printf("| %s | %.4g |", comparison.subject.c_str(), median(rates.front()));
-    for (size_t way = 1; way < ways.size(); ++way)
-        std::printf(" %.4g | %.3f |", median(rates[way]), median(ratios[way]));
-    std::printf("\n");
-    std::fflush(stdout);
+    print(comparison, seconds);
 }
 
 } // namespace
 
-int main()
+int main(int argc, char *argv[])
 {
-    std::puts("MB/s of processor time. A new buffer: the bare call's output is allocated for each "
-              "call, as ours is.\nA ready buffer: it was there before.\n\n"
-              "| operation | CryptoManager | bare libsodium, new buffer | ratio "
-              "| bare libsodium, ready buffer | ratio |\n|---|---:|---:|---:|---:|---:|");
+    const size_t rounds = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 15;
     for (const int size : {64, 1024, 4096, 16384, 65536, 1 << 20, 16 << 20, 64 << 20}) {
-        measure(encryption(size));
-        measure(decryption(size));
+        measure(encryption(size), rounds);
+        measure(decryption(size), rounds);
+        measure(hmac(size), rounds);
     }
-
-    std::puts("\nKeys of 32 bytes a second.\n\n"
-              "| operation; beside | CryptoManager | bare call | ratio |\n|---|---:|---:|---:|");
-    measure(pbkdf2(1000));
-    measure(pbkdf2(10000));
-    measure(argon2id());
+    measure(pbkdf2(1000), rounds);
+    measure(pbkdf2(10000), rounds);
+    measure(argon2id(), rounds);
     return 0;
 }

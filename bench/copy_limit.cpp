@@ -1,0 +1,72 @@
+// copy_limit SOURCE TARGET: copies the files of a directory with nothing but the calls that a copy
+// can't do without when each file is to be on the medium before it has its name: read, write,
+// fdatasync, rename, and one syncfs at the end. Nothing is checked or kept: no permissions, no
+// links. Prints the seconds that it took.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace
+{
+
+char buffer[1'048'576];
+
+void check(bool succeeded, const std::string &what)
+{
+    if (succeeded)
+        return;
+    std::perror(what.c_str());
+    std::exit(1);
+}
+
+void copyFile(const std::string &source, const std::string &target)
+{
+    const int input = open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    const std::string unfinished = target + "~";
+    const int output = open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    check(input >= 0 && output >= 0, target);
+    ssize_t count = 0;
+    while ((count = read(input, buffer, sizeof buffer)) > 0)
+        check(write(output, buffer, static_cast<size_t>(count)) == count, target);
+    check(count == 0 && fdatasync(output) == 0, target);
+    close(output);
+    close(input);
+    check(rename(unfinished.c_str(), target.c_str()) == 0, target);
+}
+
+void copyDirectory(const std::string &source, const std::string &target)
+{
+    check(mkdir(target.c_str(), 0755) == 0 || errno == EEXIST, target);
+    DIR *directory = opendir(source.c_str());
+    check(directory != nullptr, source);
+    while (const dirent *entry = readdir(directory)) {
+        const std::string name = std::string("/") + entry->d_name;
+        if (entry->d_type == DT_REG)
+            copyFile(source + name, target + name);
+        else if (entry->d_type == DT_DIR && entry->d_name[0] != '.')
+            copyDirectory(source + name, target + name);
+    }
+    closedir(directory);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (argc != 3)
+        return 2;
+    const auto begin = std::chrono::steady_clock::now();
+    copyDirectory(argv[1], argv[2]);
+    const int directory = open(argv[2], O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    check(syncfs(directory) == 0, argv[2]);
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+    std::printf("%.6f\n", time.count());
+    return 0;
+}

@@ -1,0 +1,87 @@
+"""What a preparation costs beside copying by hand, and beside the least that a copy can be."""
+
+import contextlib
+import os
+
+import drives
+from measuring import Side, compare, run, seconds_by, seconds_of
+
+GIBIBYTE = 1 << 30
+# Number and size of the bundle's files.
+BUNDLES = {'300 files of 1 MB': (300, 1_000_000),
+           '5,000 files of 20 KB': (5000, 20_000),
+           'one file of 1 GB': (1, 1_000_000_000)}
+FEWER = {'300 files of 1 MB': (300, 1_000_000), '1,000 files of 20 KB': (1000, 20_000)}
+
+
+def bundle(place, count, size):
+    """A complete source, and the executable that a preparation is told."""
+    source = place / 'source'
+    drives.fill(source, count, size)
+    (source / 'qt.conf').write_text('[Paths]\n', encoding='ascii')
+    return source, source / 'Tessarine'
+
+
+def first_preparations(build, source, executable, drive, slow=None):
+    """Ours and the others, each onto an empty drive. What is slow is so for all."""
+    target = drive / 'Tessarine/linux'
+    environment = {**os.environ, **({'LD_PRELOAD': str(slow)} if slow else {})}
+
+    def by_hand(*copy):
+        target.parent.mkdir()
+        return seconds_of('sh', '-c', f'{" ".join(copy)} && sync -f "$2"', 'sh', source, target,
+                          env=environment)
+
+    def by_limit():
+        target.parent.mkdir()
+        return seconds_by(build / 'bench/copy_limit', source, target, env=environment)
+
+    return [Side('ours', lambda: seconds_by(build / 'bench/deployment_bench', 'prepare', drive,
+                                            executable, env=environment)),
+            Side('the limit', by_limit, goal=1 / 0.95),
+            Side('`rsync -aL --fsync`',
+                 lambda: by_hand('rsync -aL --fsync "$1/" "$2"'), goal=1),
+            Side('`cp -rL`, `sync -f`', lambda: by_hand('cp -rL "$1" "$2"'))]
+
+
+def situations(build):
+    """Name, file system, what goes on there, preloaded library, bundles."""
+    calm = contextlib.nullcontext
+    yield 'in memory', drives.tmpfs, lambda _: calm(), None, BUNDLES
+    yield 'idle disk', drives.ext4, lambda _: calm(), None, BUNDLES
+    yield 'busy disk', drives.ext4, drives.busy, None, FEWER
+    yield 'flush takes 5 ms', drives.ext4, lambda _: calm(), build / 'bench/libslow_flush.so', FEWER
+
+
+def first(build, rounds):
+    for where, file_system, meanwhile, slow, bundles in situations(build):
+        for what, (count, size) in bundles.items():
+            with drives.scratch('/dev/shm') as place, file_system(8 * GIBIBYTE) as drive:
+                source, executable = bundle(place, count, size)
+                with meanwhile(drive):
+                    yield compare(f'{what}, {where}',
+                                  first_preparations(build, source, executable, drive, slow),
+                                  rounds, before=lambda: drives.empty(drive))
+
+
+def second(build, rounds):
+    """Nothing to do: every file is in place, with its size."""
+    for what, (count, size) in BUNDLES.items():
+        with drives.scratch('/dev/shm') as place, drives.ext4(8 * GIBIBYTE) as drive:
+            source, executable = bundle(place, count, size)
+            ours = lambda: seconds_by(build / 'bench/deployment_bench', 'prepare', drive, executable)
+            ours()
+            run('rsync', '-aL', f'{source}/', drive / 'Tessarine/linux')
+            theirs = lambda: seconds_of('rsync', '-aL', f'{source}/', drive / 'Tessarine/linux')
+            yield compare(f'nothing to do, {what}', [Side('ours', ours), Side('`rsync -aL`', theirs, goal=1)],
+                          3 * rounds)
+
+
+def growth(build, rounds):
+    """How the cost grows with the number of files."""
+    for count in (10, 100, 1000, 5000):
+        with drives.scratch('/dev/shm') as place, drives.ext4(GIBIBYTE) as drive:
+            source, executable = bundle(place, count, 20_000)
+            yield compare(f'{count:,} files of 20 KB',
+                          first_preparations(build, source, executable, drive), rounds,
+                          before=lambda: drives.empty(drive), curve='preparation', size=count)

@@ -236,7 +236,9 @@ bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
         if (chunk.isEmpty() && (source->error() != QFileDevice::NoError || !source->atEnd()))
             return fail(result, QStringLiteral("Nao foi possivel ler o arquivo: %1")
                                     .arg(QFileInfo(*source).fileName()));
-        if (target->write(chunk) != chunk.size() || !writeBackChunk(target, chunk.size()))
+        // What comes last is left to the file's own sync, which follows at once.
+        if (target->write(chunk) != chunk.size()
+            || (!source->atEnd() && !writeBackChunk(target, chunk.size())))
             return fail(
                 result,
                 QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
@@ -263,7 +265,7 @@ qint64 treeSize(const QString &directory, const QList<DirectoryIdentity> &outerD
 
 bool isAlreadyCopied(const QFileInfo &source, const QFileInfo &target)
 {
-    return target.isFile() && source.exists() && source.size() == target.size();
+    return target.isFile() && source.size() == target.size() && source.exists();
 }
 
 } // namespace
@@ -479,11 +481,12 @@ bool PortableBundleManager::copyFileReplacing(const QString &source, const QStri
         return false;
     // Before the file has its name: a repeated preparation passes over it, and wouldn't make a
     // program executable that was cut off behind that. Best effort: FAT keeps no permissions.
-    output.setPermissions(input.permissions());
+    const QFileDevice::Permissions permissions = input.permissions();
+    output.setPermissions(permissions);
     if (!commitFlushed(&output))
         return fail(result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1").arg(target));
     // Again, for a drive that takes none for a file without a name.
-    QFile::setPermissions(target, QFile::permissions(source));
+    QFile::setPermissions(target, permissions);
     result->touchedPaths << target;
     return true;
 }

@@ -106,7 +106,7 @@ Comparison hmac(int size)
 {
     const QByteArray message(size, 'm');
     return {"hmacSha256, " + std::to_string(size) + " bytes",
-            {{ours, [=] { return !manager.hmacSha256(key, message).isNull(); }},
+            {{ours, [=] { return !manager.hmacSha256(message, key).isNull(); }},
              {newResult, [=] {
                   return crypto_auth_hmacsha256(newBuffer(32).get(), bytesOf(message),
                                                 sizeOf(message), bytesOf(key))

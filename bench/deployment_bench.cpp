@@ -1,7 +1,8 @@
 // deployment_bench prepare DRIVE LINUX-EXECUTABLE: prepares the drive.
 // deployment_bench assemble EXECUTABLE DIRECTORY: assembles the executable's runtime.
 // deployment_bench copy FILE TARGET, deployment_bench tree DIRECTORY TARGET: copies it.
-// Prints the seconds that it took, all of it on the medium.
+// Prints the longest gap between two turns of the event loop, the 99th percentile of the gaps, and
+// the seconds that it took, all of it on the medium.
 
 #include "deployment/DurableWriting.h"
 #include "deployment/PortableBundleManager.h"
@@ -10,6 +11,10 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QTextStream>
+#include <QTimer>
+
+#include <algorithm>
+#include <vector>
 
 using Tessarine::Deployment::FileSystemSync;
 using Tessarine::Deployment::PortableBundleManager;
@@ -18,6 +23,32 @@ using Tessarine::Deployment::PortableBundleResult;
 
 namespace
 {
+
+// Notes when the event loop turns.
+class TurnWatch
+{
+public:
+    TurnWatch()
+    {
+        clock.start();
+        QObject::connect(&timer, &QTimer::timeout, [this] { end(); });
+        timer.start(0);
+    }
+
+    // Ends a gap.
+    void end() { gaps.push_back(static_cast<double>(clock.restart()) / 1e3); }
+
+    double longest(double share)
+    {
+        std::sort(gaps.begin(), gaps.end());
+        return gaps[static_cast<size_t>(static_cast<double>(gaps.size() - 1) * share)];
+    }
+
+private:
+    QElapsedTimer clock;
+    QTimer timer;
+    std::vector<double> gaps;
+};
 
 PortableBundleResult run(const QString &operation, const QString &first, const QString &second)
 {
@@ -50,12 +81,15 @@ int main(int argc, char *argv[])
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() != 4)
         return 2;
+    TurnWatch turns;
     QElapsedTimer clock;
     clock.start();
     const PortableBundleResult result = run(arguments[1], arguments[2], arguments[3]);
     const double seconds = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+    turns.end();
     if (!result.success)
         qFatal("%s", qPrintable(result.message));
-    QTextStream(stdout) << QString::number(seconds, 'f', 6) << '\n';
+    QTextStream(stdout) << turns.longest(1) << ' ' << turns.longest(0.99) << ' '
+                        << QString::number(seconds, 'f', 6) << '\n';
     return 0;
 }

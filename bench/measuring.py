@@ -1,6 +1,7 @@
 """Measures sides of a comparison in turns, and says what came of it."""
 
 import dataclasses
+import os
 import statistics
 import subprocess
 import sys
@@ -42,7 +43,7 @@ class Comparison:
         ratios = self.ratios(other)
         low, high = middle_half(ratios)
         ratio, goal = statistics.median(ratios), self.goals.get(other)
-        verdict = '' if goal is None else f'{goal:g}: {"met" if ratio <= goal else "**missed**"}'
+        verdict = '' if goal is None else f'{goal:.2f}: {"met" if ratio <= goal else "**missed**"}'
         return (f'| {self.what} | {other} | {self.cost(ours)} | {self.cost(other)} '
                 f'| {ratio:.2f} | {low:.2f} to {high:.2f} | {verdict} |')
 
@@ -96,6 +97,15 @@ def seconds_of(*command, **options):
 def seconds_by(*command, **options):
     """The time that the command itself prints: for programs of bench/, that of the work alone."""
     return float(run(*command, stdout=subprocess.PIPE, text=True, **options).stdout.split()[-1])
+
+
+def processor_seconds_of(*command):
+    """The processor time of a whole command: what else the machine does doesn't count."""
+    with subprocess.Popen([str(word) for word in command], stdout=subprocess.DEVNULL) as process:
+        _, status, usage = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+    assert process.returncode == 0, command
+    return usage.ru_utime + usage.ru_stime
 
 
 def say(text):

@@ -15,6 +15,7 @@ import charts
 import cryptography
 import detection
 import preparation
+import responsiveness
 import start
 import update
 from measuring import HEAD, Comparison, say
@@ -27,6 +28,7 @@ ROWS = {'preparation': preparation.first,
         'update': update.update,
         'detection': detection.detection,
         'start': start.start,
+        'responsiveness': responsiveness.responsiveness,
         'cryptography': cryptography.cryptography}
 
 

@@ -227,6 +227,12 @@ QStringList libsslInLdconfigOutput(const QString &output)
     return libraries;
 }
 
+bool failToWrite(const QSaveFile *target, PortableBundleResult *result)
+{
+    return fail(result,
+                QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
+}
+
 bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
 {
     while (!source->atEnd()) {
@@ -236,12 +242,12 @@ bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
         if (chunk.isEmpty() && (source->error() != QFileDevice::NoError || !source->atEnd()))
             return fail(result, QStringLiteral("Nao foi possivel ler o arquivo: %1")
                                     .arg(QFileInfo(*source).fileName()));
-        // What comes last is left to the file's own sync, which follows at once.
-        if (target->write(chunk) != chunk.size()
-            || (!source->atEnd() && !writeBackChunk(target, chunk.size())))
-            return fail(
-                result,
-                QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
+        if (target->write(chunk) != chunk.size())
+            return failToWrite(target, result);
+        // A single chunk is left to the file's own sync, which follows at once.
+        const bool isSingle = target->pos() == chunk.size() && source->atEnd();
+        if (!isSingle && !writeBackChunk(target, chunk.size()))
+            return failToWrite(target, result);
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     }
     return true;

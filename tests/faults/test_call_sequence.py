@@ -79,6 +79,8 @@ def test_a_large_file_reaches_the_medium_behind_its_writer_and_then_its_name(dri
         'write 1048576 to (unnamed)',
         'start 1048576+1048576 of (unnamed)',
         'wait for 0+1048576 of (unnamed)',
+        'start 2097152+5 of (unnamed)',
+        'wait for 0+2097152 of (unnamed)',
         'chmod (unnamed)',
         'write 5 to (unnamed)',
         'wait for all of (unnamed)',

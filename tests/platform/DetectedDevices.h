@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/linux/LinuxDeviceManager.h"
-#include "tests/support/ListComparison.h"
 
 #include <QStorageInfo>
 #include <QStringList>

@@ -1,4 +1,5 @@
 #include "tests/platform/DetectedDevices.h"
+#include "tests/support/ListComparison.h"
 #include "tests/support/Machine.h"
 
 #include <QDir>

@@ -120,7 +120,7 @@ private Q_SLOTS:
         });
         QCoreApplication::exec();
         QCOMPARE(body, QByteArray());
-        QVERIFY2(!error.isEmpty(), "Nothing says why");
+        QVERIFY2(!error.isEmpty(), "The fetch gave nothing, and no error either");
     }
 
     void redirectFromHttpsToHttpsIsFollowed()
@@ -250,7 +250,7 @@ private Q_SLOTS:
                       reset ? VendorBehaviour::resetHalfWay() : VendorBehaviour::endHalfWay());
         const Fetched fetched = fetch(server.url(QStringLiteral("/a")));
         QCOMPARE(fetched.body, QByteArray());
-        QVERIFY2(!fetched.error.isEmpty(), "Nothing says why");
+        QVERIFY2(!fetched.error.isEmpty(), "The fetch gave nothing, and no error either");
     }
 
     void limitCoversTheWholeTransfer_data()

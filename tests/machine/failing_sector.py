@@ -7,7 +7,6 @@ that fails there.
 """
 
 import json
-import pathlib
 import sys
 
 import bundles
@@ -36,10 +35,7 @@ KINDS = {
 
 
 def inside(shared, *labels):
-    guest.begin()
-    guest.be_vendor(bundles.HOST, shared / 'certificates')
-    for label in labels:
-        guest.on_desktop(__file__, 'work', shared, label)
+    guest.work_on_desktops(__file__, shared, labels)
 
 
 def work(shared, label):
@@ -146,8 +142,4 @@ def main():
 
 
 if __name__ == '__main__':
-    INSIDE = {'inside': inside, 'work': work}
-    if sys.argv[1:2] and sys.argv[1] in INSIDE:
-        INSIDE[sys.argv[1]](pathlib.Path(sys.argv[2]), *sys.argv[3:])
-    else:
-        main()
+    host.start(main, inside, work)

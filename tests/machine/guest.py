@@ -7,6 +7,8 @@ import subprocess
 import sys
 import time
 
+import bundles
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SUPPORT = ROOT / 'tests' / 'support'
 PROGRAM = ROOT / 'build' / 'release' / 'app' / 'TessarineConfig'
@@ -91,6 +93,14 @@ def on_desktop(scenario, *arguments):
     """Runs the scenario's part of that name, in a process of the user's where windows can be driven."""
     subprocess.run([*AS_USER, SUPPORT / 'with-desktop', SUPPORT / 'with-session',
                     '/usr/bin/python3', '-B', scenario, *arguments], check=True)
+
+
+def work_on_desktops(scenario, shared, names):
+    """Runs the scenario's part "work" for each name, beside the vendor's host."""
+    begin()
+    be_vendor(bundles.HOST, shared / 'certificates')
+    for name in names:
+        on_desktop(scenario, 'work', shared, name)
 
 
 def be_vendor(host, certificates):

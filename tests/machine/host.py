@@ -41,3 +41,12 @@ def run(scenario, part, folder, drives, *arguments, limit=1200):
     """Runs that part of the scenario in a guest, and ends when it fails."""
     if machine.run(['/usr/bin/python3', '-B', scenario, part, folder, *arguments], drives, [folder], limit=limit):
         sys.exit(f'{pathlib.Path(scenario).name}: {part} failed')
+
+
+def start(main, *parts):
+    """Begins the scenario, or that part of it whose name is the command line's first word."""
+    part = {part.__name__: part for part in parts}.get(sys.argv[1] if sys.argv[1:] else None)
+    if part:
+        part(pathlib.Path(sys.argv[2]), *sys.argv[3:])
+    else:
+        main()

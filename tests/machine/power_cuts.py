@@ -293,8 +293,4 @@ def main():
 
 
 if __name__ == '__main__':
-    INSIDE = {'record': record, 'work': work, 'judge': judge}
-    if sys.argv[1:2] and sys.argv[1] in INSIDE:
-        INSIDE[sys.argv[1]](pathlib.Path(sys.argv[2]), *sys.argv[3:])
-    else:
-        main()
+    host.start(main, record, work, judge)

@@ -6,7 +6,6 @@ plugged in again, leaves what one without the pull leaves.
 
 import json
 import os
-import pathlib
 import re
 import shutil
 import signal
@@ -29,10 +28,7 @@ OLD, NEW = '1.0.0', '1.1.0'
 
 
 def inside(shared, *names):
-    guest.begin()
-    guest.be_vendor(bundles.HOST, shared / 'certificates')
-    for name in names:
-        guest.on_desktop(__file__, 'work', shared, name)
+    guest.work_on_desktops(__file__, shared, names)
 
 
 def is_there(drive, pattern):
@@ -176,8 +172,4 @@ def main():
 
 
 if __name__ == '__main__':
-    INSIDE = {'inside': inside, 'work': work}
-    if sys.argv[1:2] and sys.argv[1] in INSIDE:
-        INSIDE[sys.argv[1]](pathlib.Path(sys.argv[2]), *sys.argv[3:])
-    else:
-        main()
+    host.start(main, inside, work)

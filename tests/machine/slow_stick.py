@@ -4,7 +4,6 @@ an update with bundles of a real size, by round trips on the accessibility bus.
 """
 
 import json
-import pathlib
 import shutil
 import sys
 import time
@@ -23,10 +22,7 @@ HEADER = ('file system', 'step', 'stage', 'longest silence', 'the whole step')
 
 
 def inside(shared, *names):
-    guest.begin()
-    guest.be_vendor(bundles.HOST, shared / 'certificates')
-    for name in names:
-        guest.on_desktop(__file__, 'work', shared, name)
+    guest.work_on_desktops(__file__, shared, names)
 
 
 def silences(manager):
@@ -90,8 +86,4 @@ def main():
 
 
 if __name__ == '__main__':
-    INSIDE = {'inside': inside, 'work': work}
-    if sys.argv[1:2] and sys.argv[1] in INSIDE:
-        INSIDE[sys.argv[1]](pathlib.Path(sys.argv[2]), *sys.argv[3:])
-    else:
-        main()
+    host.start(main, inside, work)

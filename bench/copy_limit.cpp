@@ -18,12 +18,16 @@ namespace
 
 char buffer[1'048'576];
 
-void check(bool succeeded, const std::string &what)
+[[noreturn]] void fail(const std::string &what)
 {
-    if (succeeded)
-        return;
     std::perror(what.c_str());
     std::exit(1);
+}
+
+void check(bool succeeded, const std::string &what)
+{
+    if (!succeeded)
+        fail(what);
 }
 
 void copyFile(const std::string &source, const std::string &target)
@@ -45,7 +49,8 @@ void copyDirectory(const std::string &source, const std::string &target)
 {
     check(mkdir(target.c_str(), 0755) == 0 || errno == EEXIST, target);
     DIR *directory = opendir(source.c_str());
-    check(directory != nullptr, source);
+    if (directory == nullptr)
+        fail(source);
     while (const dirent *entry = readdir(directory)) {
         const std::string name = std::string("/") + entry->d_name;
         if (entry->d_type == DT_REG)

@@ -40,7 +40,7 @@ QByteArray contents(const QString &path)
 double memory(const char *field)
 {
     const QByteArray status = contents(QStringLiteral("/proc/self/status"));
-    const qsizetype begin = status.indexOf(field) + qstrlen(field) + 1;
+    const qsizetype begin = status.indexOf(field) + qsizetype(qstrlen(field)) + 1;
     return status.mid(begin, status.indexOf("kB", begin) - begin).trimmed().toDouble() / 1024;
 }
 

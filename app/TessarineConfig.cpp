@@ -967,7 +967,7 @@ private:
 
     void log(const QString &line);
     bool copySelectedDevice(UsbDevice *device);
-    bool copyUpdatableDevice(UsbDevice *device);
+    bool copyUpdatableDevice(UsbDevice *device, QString *bundleRoot);
     PortableBundleOptions bundleOptions() const;
     void reportPreparation(const UsbDevice &device, const PortableBundleResult &result);
 
@@ -1298,8 +1298,9 @@ void showStage(CommandProgressDialog *progress, int value, const QString &label)
     progress->paintNow();
 }
 
-// The drive that an update may work on; a message tells the user why there is none.
-bool ConfigWindow::copyUpdatableDevice(UsbDevice *device)
+// The drive that an update may work on, and the directory of its bundles; a message tells the user
+// why there is none.
+bool ConfigWindow::copyUpdatableDevice(UsbDevice *device, QString *bundleRoot)
 {
     if (!copySelectedDevice(device))
         return false;
@@ -1308,8 +1309,8 @@ bool ConfigWindow::copyUpdatableDevice(UsbDevice *device)
                                     "atualizações."));
         return false;
     }
-    const QString bundleRoot = bundleRootOf(device->mountPoint);
-    if (!QFileInfo(bundleRoot).isDir() || leadsOffDrive(bundleRoot)) {
+    *bundleRoot = bundleRootOf(device->mountPoint);
+    if (!QFileInfo(*bundleRoot).isDir() || leadsOffDrive(*bundleRoot)) {
         inform(this, QStringLiteral("A unidade selecionada ainda não possui uma estrutura "
                                     "Tessarine preparada."));
         return false;
@@ -1325,9 +1326,9 @@ bool ConfigWindow::copyUpdatableDevice(UsbDevice *device)
 void ConfigWindow::updateSelectedDevice()
 {
     UsbDevice device;
-    if (!copyUpdatableDevice(&device))
+    QString bundleRoot;
+    if (!copyUpdatableDevice(&device, &bundleRoot))
         return;
-    const QString bundleRoot = bundleRootOf(device.mountPoint);
     const std::optional<dev_t> fileSystem = FileSystemSync(bundleRoot).fileSystem();
 
     CommandProgressDialog progress(QStringLiteral("Atualização da unidade USB"),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRegularExpression>
@@ -22,7 +23,8 @@ public:
               const QString &name = QString::fromUtf8(QTest::currentDataTag()))
     {
         const QString seconds = QString::number(double(clock.elapsed()) / 1000, 'f', 1);
-        message.replace(QRegularExpression(QStringLiteral("/tmp/[^/]+/drive")),
+        message.replace(QRegularExpression(QRegularExpression::escape(QDir::tempPath())
+                                           + QStringLiteral("/[^/]+/drive")),
                         QStringLiteral("DRIVE"));
         message.replace(QRegularExpression(QStringLiteral("\\b\\d{14}\\b")),
                         QStringLiteral("TIME"));

@@ -184,6 +184,24 @@ public:
         QCOMPARE(newLogLines(), QStringList{logPrefix + lastBox().text});
     }
 
+    // Lets the events happen while that path is fetched, one after the other, each with some turns
+    // of the event loop to take effect in, for as long as what it returns lives.
+    std::unique_ptr<QTimer> whileFetching(const QString &path, QList<std::function<void()>> *events)
+    {
+        auto timer = std::make_unique<QTimer>();
+        const qsizetype requestsBefore = server->requests().size();
+        connect(timer.get(), &QTimer::timeout, this,
+                [this, path, events, requestsBefore, turns = 0]() mutable {
+                    const auto requests = server->requests();
+                    const bool isFetching =
+                        requests.size() > requestsBefore && requests.last().path == path;
+                    if (isFetching && !events->isEmpty() && ++turns % 10 == 0)
+                        events->takeFirst()();
+                });
+        timer->start(10);
+        return timer;
+    }
+
     // Runs what a box comes up with, then dismisses it.
     void whenBoxShows(const std::function<void()> &look)
     {

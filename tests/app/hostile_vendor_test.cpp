@@ -142,7 +142,8 @@ private Q_SLOTS:
         QFETCH(bool, drips);
         server->answer(packagePath,
                        drips ? VendorBehaviour::drip(100000, 100) : VendorBehaviour::endlessBody());
-        QTimer::singleShot(2000, this, [] { TestSupport::advanceClock(601); });
+        QList<std::function<void()>> events{[] { TestSupport::advanceClock(601); }};
+        const auto timer = whileFetching(packagePath, &events);
         updateAndCompare(QStringLiteral("Tempo limite excedido ao acessar: "), End::Untouched);
     }
 

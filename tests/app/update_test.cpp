@@ -229,22 +229,11 @@ private Q_SLOTS:
         QFETCH(int, limit);
         const QString gate = QStringLiteral("limit ") + QString::number(limit);
         server->answer(path, VendorBehaviour::gateHalfWay(gate));
-        const qsizetype requestsBefore = server->requests().size();
-        // One after the other, each with some turns of the event loop to take effect in. The gate
-        // ends a fetch that knows no limit.
+        // The gate ends a fetch that knows no limit.
         QList<std::function<void()>> events{[&] { TestSupport::advanceClock(limit - 10); },
                                             [&] { TestSupport::advanceClock(20); },
                                             [&] { server->openGate(gate); }};
-        int turns = 0;
-        QTimer timer;
-        connect(&timer, &QTimer::timeout, this, [&] {
-            const auto requests = server->requests();
-            const bool isFetching =
-                requests.size() > requestsBefore && requests.last().path == path;
-            if (isFetching && !events.isEmpty() && ++turns % 10 == 0)
-                events.takeFirst()();
-        });
-        timer.start(10);
+        const auto timer = whileFetching(path, &events);
         agreeToUpdate();
         QCOMPARE(events.size(), 1);
         const QUrl url = path == manifestPath ? manifestUrl() : server->url(path);

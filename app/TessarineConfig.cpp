@@ -414,6 +414,10 @@ struct InstalledVersion {
 
 // ---------------------------------------------------------------- HTTP
 
+// In bytes. A longer body, or one of unknown length, is kept in pieces as it arrives, and each
+// piece of HTTPS takes a block of twice its size.
+constexpr qint64 largestBodyInOneBlock = qint64(4) << 30;
+
 // Lets the event loop turn until the reply is finished, or the loop is ended by the application's
 // exit. False once limitMs milliseconds have passed.
 bool waitForReply(QNetworkReply *reply, int limitMs)
@@ -458,6 +462,8 @@ QByteArray httpGet(const QUrl &url, int limitMs, QString *error)
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::NoLessSafeRedirectPolicy);
+    request.setAttribute(QNetworkRequest::MaximumDownloadBufferSizeAttribute,
+                         largestBodyInOneBlock);
     request.setRawHeader("User-Agent", QStringLiteral("TessarineConfig/%1")
                                            .arg(QCoreApplication::applicationVersion())
                                            .toLatin1());

@@ -1,7 +1,10 @@
 #include "deployment/DurableWriting.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
+#include <QTemporaryDir>
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -86,6 +89,31 @@ bool commitFlushed(QSaveFile *file)
     return needsSyncUnderItsName(*file, fileSystem) ? commitAndSync(file) : file->commit();
 }
 
+bool makeDirectory(const QString &path)
+{
+    const QFileInfo directory(QDir::cleanPath(path));
+    if (path.isEmpty() || directory.exists() || directory.isSymLink())
+        return directory.isDir();
+    const QDir parent = directory.absoluteDir();
+    if (!makeDirectory(parent.path()))
+        return false;
+    FileSystemSync drive(parent.path());
+    if (!drive.fileSystem())
+        return false;
+    if (!drive.writesNamesFirst())
+        return QDir().mkdir(directory.filePath());
+    // Hidden, so that a later walk doesn't come upon what a cut left of it: on FAT a look at that
+    // is enough for the kernel to turn the drive read-only.
+    QTemporaryDir synced(parent.filePath(QStringLiteral(".%1.XXXXXX").arg(directory.fileName())));
+    if (!synced.isValid() || !drive.sync() || !QDir().rename(synced.path(), directory.filePath()))
+        return false;
+    synced.setAutoRemove(false);
+    if (drive.syncRenamed(directory.fileName()))
+        return true;
+    QDir().rmdir(directory.filePath());
+    return false;
+}
+
 bool leadsOffDrive(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
@@ -115,6 +143,12 @@ std::optional<dev_t> FileSystemSync::fileSystem() const
     return directory.st_dev;
 }
 
+bool FileSystemSync::writesNamesFirst() const
+{
+    const long fileSystem = fileSystemType(m_descriptor);
+    return fileSystem == MSDOS_SUPER_MAGIC || fileSystem == EXFAT_SUPER_MAGIC;
+}
+
 bool FileSystemSync::sync()
 {
     // On FAT syncfs(2) writes everything but leaves it in the drive's cache; fsync(2) empties that.
@@ -126,8 +160,9 @@ bool FileSystemSync::sync()
 
 bool FileSystemSync::syncRenamed(const QString &name)
 {
-    // On FAT the new entry and the freed old one are often in different sectors. Syncing what was
-    // renamed writes the new one alone; syncfs(2) may begin with the other.
+    // On FAT the new entry and the freed old one are often in different sectors, and the new one
+    // doesn't say where the file lies until its inode is written. Syncing what was renamed writes
+    // the new one alone; syncfs(2) may begin with the other.
     const int renamed =
         openat(m_descriptor, QFile::encodeName(name).constData(), O_RDONLY | O_CLOEXEC);
     const bool synced = renamed >= 0 && syncFile(renamed);

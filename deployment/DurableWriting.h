@@ -27,6 +27,12 @@ bool writeBackChunk(QSaveFile *file, qint64 size);
 // notice.
 bool commitFlushed(QSaveFile *file);
 
+// Makes a directory, and those above it that are missing, like QDir::mkpath(), but where the
+// directory above it can't be opened. On FAT and exFAT it is synced under a hidden name, which ends
+// in a dot and six letters, before it gets its own, and again under that: a cut in between leaves
+// either or both. On false neither is there.
+bool makeDirectory(const QString &path);
+
 // Whether a link stands at the path that leads off its file system, or nowhere. A drive may come
 // from anybody: what is written through such a link would land among the host's files.
 bool leadsOffDrive(const QString &path);
@@ -46,6 +52,10 @@ public:
 
     // Number of the file system (st_dev of stat(2)); none when the directory can't be read.
     std::optional<dev_t> fileSystem() const;
+
+    // Whether the medium may have the name of a new directory before what stands in it, which the
+    // kernel then refuses to read, or takes for what a deleted file left: so on FAT and exFAT.
+    bool writesNamesFirst() const;
 
     // Waits until everything written to the file system is on the medium, past the drive's own
     // cache. False when anything written since the object was made is lost, or the directory could

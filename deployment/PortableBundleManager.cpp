@@ -463,7 +463,7 @@ bool PortableBundleManager::validateBundleFitsUsb(const QString &usbRoot, const 
 
 bool PortableBundleManager::ensureDirectory(const QString &path, PortableBundleResult *result) const
 {
-    if (!QDir().mkpath(path) || leadsOffDrive(path))
+    if (!makeDirectory(path) || leadsOffDrive(path))
         return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(path));
     result->touchedPaths << path;
     return true;

@@ -7,7 +7,7 @@ import shutil
 from small_drive import MEBIBYTE, STATE, tree, write_all
 from faults import ERRORS, HALF, KILL, Fault
 from command import Command
-from drive_calls import is_temporary
+from drive_calls import is_temporary, name_in_the_end
 
 WINDOWS = {'Tessarine.exe': 'program', 'a.dll': 'library', 'b.dll': 'library b'}
 COMPLETE_WINDOWS = {'Tessarine.exe': 'program', 'Qt6Core.dll': 'qt', 'platforms/qwindows.dll': 'plugin'}
@@ -34,11 +34,14 @@ class Preparation(Command):
                 self.sources / 'linux/Tessarine']
 
     def faults(self, calls):
+        new_directories = self.new_directories(calls)
         for place, call in enumerate(calls):
             messages = self.messages(call, self.target_of(calls[place:]))
+            if call in new_directories:
+                messages = (f'Nao foi possivel criar a pasta: DRIVE/{new_directories[call]}',)
             # A temporary name that can't be had gives way to another one.
-            ignored = (call.verb in ('chmod', 'fdatasync') or call.verb == 'open' and call.paths != '.'
-                       or call.verb == 'link' and is_temporary(call.paths))
+            ignored = (call.verb in ('chmod', 'fdatasync') or call.verb == 'link' and is_temporary(call.paths)
+                       or call.verb == 'open' and call.paths != '.' and call not in new_directories)
             for error in ERRORS[call.verb]:
                 yield Fault(call, error, messages, ignored or error == 'EINTR')
             if call.verb == 'write':
@@ -46,9 +49,20 @@ class Preparation(Command):
             yield Fault(call, KILL, (), False)
 
     @staticmethod
+    def new_directories(calls):
+        """Of each call by which a directory is made, which one: its parent is opened before it; on FAT it is
+        synced, renamed, opened and synced again."""
+        made = {}
+        for place, call in enumerate(calls):
+            if call.verb == 'mkdir':
+                steps = calls[place - 1:place + (8 if is_temporary(call.paths) else 1)]
+                made.update(dict.fromkeys(steps, name_in_the_end(call.paths)))
+        return made
+
+    @staticmethod
     def target_of(calls):
         """The final name of the file that the first of the calls is about."""
-        if calls[0].verb in ('mkdir', 'syncfs') or calls[0].paths == '.' and calls[0].verb in ('open', 'fsync'):
+        if calls[0].verb == 'syncfs' or calls[0].paths == '.' and calls[0].verb in ('open', 'fsync'):
             return calls[0].paths
         for call in calls:
             name = call.paths.split()[-1]
@@ -59,8 +73,6 @@ class Preparation(Command):
     def messages(self, call, target):
         path = f'DRIVE/{target}'
         made, written, finished = (f'Nao foi possivel {verb} o arquivo: ' for verb in ('criar', 'gravar', 'finalizar'))
-        if call.verb == 'mkdir':
-            return (f'Nao foi possivel criar a pasta: {path}',)
         if target == '.':
             return (f'{finished}DRIVE',)
         if target in TEXTS:
@@ -84,7 +96,7 @@ class Preparation(Command):
             if name in self.before or name in self.after:
                 if entry.content not in [known[name].content for known in (self.before, self.after) if name in known]:
                     yield f'{name} is neither the old nor the new file'
-            elif not (fault.cuts_off and is_temporary(name) and name.rpartition('.')[0] in self.after):
+            elif not (fault.cuts_off and is_temporary(name) and name_in_the_end(name) in self.after):
                 yield f'{name} is left'
         for name in self.before.keys() - now.keys():
             # The one way in which a file is lost: its last sync has failed on FAT.

@@ -87,6 +87,11 @@ def is_temporary(path):
     return TEMPORARY.search(path) is not None
 
 
+def name_in_the_end(path):
+    """What a file or directory of such a name is to be called; a directory's is hidden."""
+    return re.sub(r'(^|/)\.', r'\1', TEMPORARY.sub('', path)) if is_temporary(path) else path
+
+
 def _read(call, occurrence, drive):
     name, arguments, result = call['name'], call['arguments'], call['result']
     paths = [name_on(drive, quoted or opened) for quoted, opened in PATH.findall(arguments)]

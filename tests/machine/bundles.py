@@ -8,7 +8,7 @@ import re
 
 HOST = 'velmora.example'
 # What a cut or a pull may leave, as the README names it.
-LEFTOVER = re.compile(r'Tessarine/(\.update-\d+|(windows|linux)\.backup-\d+|(WINDOW|LINUX)~\d\.BAC)/|.*\.[A-Za-z]{6}$')
+LEFTOVER = re.compile(r'Tessarine/(\.update-\d+|(windows|linux)\.backup-\d+|(WINDOW|LINUX)~\d\.BAC)/|.*\.[A-Za-z]{6}(/|$)')
 NOTES = 'Novidades.'
 STATE = 'Tessarine/update-state.json'
 FILES = {

@@ -29,10 +29,14 @@ def shared_folder():
 
 
 def stick(folder, label, file_system, mebibytes, **unit):
-    """A stick of that name and label, whose image lies in the folder."""
+    """A stick of that name and label, whose image lies in the folder, with deleted files on it.
+
+    What it isn't told to write is thus not empty, and can't pass for what should have been written.
+    """
     image = folder / label
     with open(image, 'wb') as file:
-        file.truncate(mebibytes << 20)
+        for _ in range(mebibytes):
+            file.write(b'apagado\n' * (1 << 17))
     subprocess.run([*MAKE[file_system], label, image], check=True, stdout=subprocess.DEVNULL)
     return machine.Drive(label, [machine.Unit(image, **unit)])
 

@@ -54,6 +54,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <memory>
 
 namespace
@@ -558,6 +559,16 @@ bool validateExtractedPackage(const QString &extractedPath, QString *error)
     return true;
 }
 
+// QDir passes over names that are no UTF-8, which a package may bring, and leaves them.
+bool removeTree(const QString &path)
+{
+    if (QDir(path).removeRecursively())
+        return true;
+    std::error_code error;
+    std::filesystem::remove_all(QFile::encodeName(path).toStdString(), error);
+    return !error;
+}
+
 // True if nothing is left at the path. error may be null.
 bool removeDirectory(const QString &path, QString *error)
 {
@@ -565,7 +576,7 @@ bool removeDirectory(const QString &path, QString *error)
     if (!info.exists())
         return true;
     // What a link leads to is not ours to empty.
-    const bool removed = info.isSymLink() ? QFile::remove(path) : QDir(path).removeRecursively();
+    const bool removed = info.isSymLink() ? QFile::remove(path) : removeTree(path);
     if (!removed && error != nullptr)
         *error = QStringLiteral("Não foi possível remover: %1").arg(path);
     return removed;

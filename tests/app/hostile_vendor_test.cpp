@@ -1,6 +1,11 @@
 #include "tests/app/HostileCases.h"
 #include "tests/app/UpdateSituation.h"
 #include "tests/support/OwnClock.h"
+#include "tests/support/StubCommand.h"
+
+#include <signal.h>
+
+using TestSupport::StubCommand;
 
 // What a stolen server, or a man in the middle with a certificate, could publish. However it ends,
 // the drive holds the old bundles or the new ones, and nothing outside of them has changed.
@@ -165,6 +170,19 @@ private Q_SLOTS:
             << completePackage(QStringLiteral("1.1.0"))
                    .zeros(QStringLiteral("Tessarine/linux/bomb"), 300'000'000)
             << refused;
+        QTest::newRow("bomb of a terabyte")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .manyOfZeros(QStringLiteral("Tessarine/linux/bomb"), 100'000'000, 10'000)
+            << refused;
+        QTest::newRow("bomb beside the bundles, its names in no encoding")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .fileOfRawName("Tessarine/\xFF\xFE/\xC3(", false)
+                   .zeros(QStringLiteral("bomb"), 300'000'000)
+            << refused;
+        QTest::newRow("second name that is absolute")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .fileOfTwoNames(QStringLiteral("Tessarine/linux/a"), document.toUtf8())
+            << refused;
     }
     void zipThatCannotBeTakenLeavesTheDriveAsItIs()
     {
@@ -173,6 +191,26 @@ private Q_SLOTS:
         prepareDrive(failingDrive());
         publish(zip.bytes());
         updateAndCompare(message, End::Untouched);
+    }
+
+    void bombThatIsStillUnpackedAfterThreeMinutesIsGivenUp()
+    {
+        signal(SIGUSR1, [](int) { TestSupport::advanceClock(181); });
+        const StubCommand unzip(
+            QStringLiteral("unzip"),
+            QStringLiteral("(until ls %1/Tessarine/.update-*/extracted/bomb; do :; done\n"
+                           "kill -STOP $$\n"
+                           "until grep -q '^State:.S' /proc/$PPID/status; do :; done\n"
+                           "kill -USR1 $PPID) >/dev/null 2>&1 &\n"
+                           "exec /usr/bin/unzip \"$@\"")
+                .arg(drive->path())
+                .toUtf8());
+        publish(completePackage(QStringLiteral("1.1.0"))
+                    .zeros(QStringLiteral("bomb"), 300'000'000)
+                    .bytes());
+        updateAndCompare(QStringLiteral("Falha ao extrair ZIP: "), End::Untouched,
+                         QStringLiteral("bomb that goes on for three minutes"));
+        signal(SIGUSR1, SIG_DFL);
     }
 
     void restOfAZipIsIgnored_data()
@@ -202,10 +240,29 @@ private Q_SLOTS:
         QTest::newRow("name of every character")
             << completePackage(QStringLiteral("1.1.0"))
                    .file(QStringLiteral("Tessarine/linux/a\nb\u202e<b>%1"), QStringLiteral("x"));
+        QTest::newRow("name in the code page of DOS")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .fileOfRawName("Tessarine/linux/corre\x87\xE4"
+                                  "es",
+                                  false);
+        QTest::newRow("name in Latin-1") << completePackage(QStringLiteral("1.1.0"))
+                                                .fileOfRawName("outro/corre\xE7\xF5"
+                                                               "es",
+                                                               false);
+        QTest::newRow("name that says it is UTF-8, and isn't")
+            << completePackage(QStringLiteral("1.1.0")).fileOfRawName("outro/\xFF\xFE/\xC3(", true);
+        QTest::newRow("second name of a file on the host")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .fileOfTwoNames(QStringLiteral("Tessarine/linux/a"),
+                                   (climbing + document).toUtf8());
+        QTest::newRow("second name of a file that must be there")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .fileOfTwoNames(QStringLiteral("outro"), "Tessarine/linux/Tessarine");
     }
     void restOfAZipIsIgnored()
     {
         QFETCH(ZipFile, zip);
+        prepareDrive(smallDrive());
         publish(zip.bytes());
         updateAndCompare(QStringLiteral("Atualização concluída."), End::Updated);
         QCOMPARE(read(QStringLiteral("README.txt")), QByteArray("text"));

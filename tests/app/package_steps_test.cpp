@@ -17,6 +17,7 @@
 
 #include <pty.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <utmp.h>
 
 using TestSupport::completePackage;
@@ -502,6 +503,15 @@ private Q_SLOTS:
     {
         drive->write(QStringLiteral("tree/a/.hidden"), "x");
         drive->write(QStringLiteral("tree/b"), "x");
+        QCOMPARE(remove(QStringLiteral("tree")), done);
+        QCOMPARE(drive->names(), QStringList());
+    }
+
+    void namesThatAreNoUtf8AreRemovedToo()
+    {
+        const QByteArray name = QFile::encodeName(drive->makeDirectory(QStringLiteral("tree")));
+        QCOMPARE(mkdir(name + "/\xFF", 0700), 0);
+        QCOMPARE(mknod(name + "/\xFF/\xE7", S_IFREG | 0600, 0), 0);
         QCOMPARE(remove(QStringLiteral("tree")), done);
         QCOMPARE(drive->names(), QStringList());
     }

@@ -29,6 +29,30 @@ public:
         return add({{QStringLiteral("name"), name}, {QStringLiteral("zeros"), size}});
     }
 
+    // So many files of so many zeros, which take about a hundred bytes each.
+    ZipFile &manyOfZeros(const QString &name, qint64 size, int count)
+    {
+        return add({{QStringLiteral("name"), name},
+                    {QStringLiteral("zeros"), size},
+                    {QStringLiteral("copies"), count - 1}});
+    }
+
+    // A file with any bytes for a name, which says that they are UTF-8, or doesn't.
+    ZipFile &fileOfRawName(const QByteArray &name, bool saysUtf8)
+    {
+        return add({{QStringLiteral("rawName"), QString::fromLatin1(name.toHex())},
+                    {QStringLiteral("saysUtf8"), saysUtf8},
+                    {QStringLiteral("text"), QStringLiteral("x")}});
+    }
+
+    // A file with a second name, which unpackers prefer (APPNOTE.TXT 4.6.9).
+    ZipFile &fileOfTwoNames(const QString &name, const QByteArray &unicodeName)
+    {
+        return add({{QStringLiteral("name"), name},
+                    {QStringLiteral("unicodeName"), QString::fromLatin1(unicodeName.toHex())},
+                    {QStringLiteral("text"), QStringLiteral("x")}});
+    }
+
     // Bytes that can't be made smaller.
     ZipFile &noise(const QString &name, qint64 size)
     {

@@ -164,6 +164,33 @@ private Q_SLOTS:
                      QStringLiteral("Atualizar Tessarine na unidade %1?\n").arg(mountPoint)),
                  qPrintable(lastBox().text));
     }
+
+    // Qt knows such a path by another name, under which there is nothing.
+    void driveWhosePathIsNoUtf8IsListedAndRefused()
+    {
+        const QByteArray mountPoint = QFile::encodeName(drive->path()) + "/PEN\xFF\xFE";
+        QCOMPARE(mkdir(mountPoint, 0700), 0);
+        QCOMPARE(rename(QFile::encodeName(drive->path(QStringLiteral("Tessarine"))),
+                        mountPoint + "/Tessarine"),
+                 0);
+        const QString shown = QFile::decodeName(mountPoint);
+        openWindowOver({mountedVolume(QFile::decodeName("PEN\xFF\xFE"), shown)});
+        QCOMPARE(window->deviceCombo->itemText(0),
+                 QStringLiteral("PEN\uFFFD\uFFFD (%1)").arg(shown));
+
+        const QStringList before = drive->tree();
+        QCOMPARE(updateAndNote(QStringLiteral("mount point that is no UTF-8"),
+                               QStringLiteral("as before")),
+                 QStringLiteral(
+                     "A unidade selecionada ainda não possui uma estrutura Tessarine preparada."));
+        window->linuxSource = {.executablePath = drive->path(QStringLiteral("documento.txt")),
+                               .directoryPath = drive->path(),
+                               .fromBuildTree = false};
+        user->willPress(QStringLiteral("Sim"));
+        window->prepareAction->trigger();
+        compareWarning(QStringLiteral("Unidade USB invalida."));
+        QCOMPARE(drive->tree(), before);
+    }
 };
 
 TESSARINE_UPDATE_TEST_MAIN(HostileDriveTest)

@@ -147,6 +147,14 @@ private Q_SLOTS:
                  mountedVolume("/dev/sd c", "/sys/devices/MEU PEN", "fuse.\\x"));
     }
 
+    void bytesThatAreNoUtf8AreReplaced()
+    {
+        UsbMachine machine;
+        machine.setMountTable("36 35 0:40 / /media/ana/PEN\xFF rw - vfat /dev/sdb1 rw\n");
+        const QString line = "/dev/sdb1:%1|/dev/sdb1|PEN\uFFFD|%1|vfat|removable|mounted";
+        QCOMPARE(detectedDevices(), QStringList{line.arg("/media/ana/PEN\uFFFD")});
+    }
+
     void escapedMountPointIsKnownFromQt()
     {
         UsbMachine machine;

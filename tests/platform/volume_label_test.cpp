@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Tessarine::Platform::Linux;
 using TestSupport::Machine;
@@ -50,6 +51,15 @@ private Q_SLOTS:
         QVERIFY(QFile::link("../../dm-0", "/dev/disk/by-id/dm-name-cofre"));
         machine.addLabel("COFRE", "../by-id/dm-name-cofre");
         QCOMPARE(blockLabelMap(), (LabelMap{{"dm-0", "COFRE"}}));
+    }
+
+    void nameThatIsNoUtf8IsPassedOver()
+    {
+        Machine machine;
+        machine.addUsbDisk("sdb");
+        machine.addDirectory("/dev/disk/by-label");
+        QCOMPARE(symlink("../../sdb", "/dev/disk/by-label/PEN\xFF"), 0);
+        QCOMPARE(blockLabelMap(), LabelMap());
     }
 
     void brokenLinkIsPassedOver()

@@ -320,7 +320,7 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
     }
     if (file.write(json) != json.size())
         file.cancelWriting();
-    if (!commitFlushed(&file) || !drive.sync()) {
+    if (!commitFlushed(&file) || !drive.syncRenamed(QFileInfo(path).fileName())) {
         *error = QStringLiteral("Não foi possível salvar o arquivo de estado: %1").arg(path);
         return false;
     }

@@ -162,7 +162,8 @@ bool FileSystemSync::syncRenamed(const QString &name)
 {
     // On FAT the new entry and the freed old one are often in different sectors, and the new one
     // doesn't say where the file lies until its inode is written. Syncing what was renamed writes
-    // the new one alone; syncfs(2) may begin with the other.
+    // the new one alone; syncfs(2) may begin with the other. On ext4 syncfs(2) waits for the
+    // journal, but doesn't say that it could not be written, as fsync(2) does.
     const int renamed =
         openat(m_descriptor, QFile::encodeName(name).constData(), O_RDONLY | O_CLOEXEC);
     const bool synced = renamed >= 0 && syncFile(renamed);

@@ -62,8 +62,9 @@ public:
     // not be read.
     bool sync();
 
-    // As sync(), after a file or directory in this directory was given that name. On FAT a cut in
-    // between leaves it under the old name, the new one or both.
+    // As sync(), after a file or directory in or below this directory was given that name, as the
+    // last change: a journal that could not be written is then seen too. On FAT a cut in between
+    // leaves it under the old name, the new one or both.
     bool syncRenamed(const QString &name);
 
     // The system's words for what sync() failed with.

@@ -84,6 +84,9 @@ fi
 exit "$status"
 )sh");
 
+// Below the drive's root; the last file of a preparation.
+const QString readmeName = QStringLiteral("Tessarine/README.txt");
+
 const QString readmeText = QStringLiteral(
     R"(Tessarine portable bundle
 
@@ -298,7 +301,7 @@ PortableBundleManager::preparePortableBundle(const QString &usbRoot,
         return result;
 
     // The user may pull the drive as soon as it is said to be prepared.
-    if (!medium.sync()) {
+    if (!medium.syncRenamed(readmeName)) {
         fail(&result, QStringLiteral("Nao foi possivel finalizar o arquivo: %1").arg(usbRoot));
         return result;
     }
@@ -355,8 +358,7 @@ bool PortableBundleManager::writeStartFiles(const QString &usbRoot, const StageR
     if (!writeTextFile(linuxLauncher, linuxLauncherText, result))
         return false;
     makeExecutable(linuxLauncher);
-    return writeTextFile(drive.filePath(QStringLiteral("Tessarine/README.txt")), readmeText,
-                         result);
+    return writeTextFile(drive.filePath(readmeName), readmeText, result);
 }
 
 bool PortableBundleManager::prepareWindowsBundle(const PortableBundleOptions &options,

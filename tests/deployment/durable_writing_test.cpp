@@ -174,6 +174,17 @@ private Q_SLOTS:
         QCOMPARE(before.errorString(), QString::fromLocal8Bit(strerror(EIO)));
     }
 
+    void aNewNameThatTheJournalCannotTakeIsReported()
+    {
+        const Drive drive = Drive::ext4(8 * mebibyte);
+        drive.write("old name", "x");
+        FileSystemSync directory(drive.path());
+        QVERIFY(directory.sync());
+        QVERIFY(QFile::rename(drive.path("old name"), drive.path("name")));
+        drive.loseMedium();
+        QVERIFY(!directory.syncRenamed("name"));
+    }
+
     // The error is reported to whoever asks first, and to all who had the drive open before.
     void aLossThatSomebodyElseWasToldOfIsReportedToo()
     {

@@ -8,7 +8,7 @@ import signal
 import subprocess
 import time
 
-from small_drive import FULL, PULLED, READ_ONLY, contents, differences, entry_at, tree
+from small_drive import FAILING, LOST, OF_ANY_DRIVE, OF_DRIVE, REMOUNTED, contents, differences, entry_at, tree
 from faults import ERRORS, KILL, Fault
 from drive_calls import AS_ON_FAT, TRACED, name_on
 
@@ -26,6 +26,16 @@ class Outcome:
     descriptors: str
 
 
+def between_files(calls):
+    """The calls behind which no file is open for writing."""
+    is_writing = False
+    for call in calls:
+        if call.verb in ('create', 'close'):
+            is_writing = call.verb == 'create'
+        if not is_writing:
+            yield call
+
+
 class Command:
     """What the two commands have in common; what differs is in preparation.py and update.py."""
 
@@ -36,7 +46,7 @@ class Command:
         self.name, self.binaries, self.on_ext4, self.as_on_fat = name, binaries, on_ext4, as_on_fat
         self.files = {**USERS_FILES, **files}
         self.asking = []  # strace's options for what the drive answers
-        self.undisturbed, self.before, self.after = None, {}, {}
+        self.undisturbed, self.before, self.after, self.between_files = None, {}, {}, set()
 
     def learn(self, drive):
         """Runs undisturbed and returns the faults that its calls can meet."""
@@ -46,7 +56,9 @@ class Command:
         self.undisturbed = self.run(drive, [f'--trace={TRACED}'])
         assert self.undisturbed.status == 0, f'{self.name}: {self.undisturbed}'
         self.after = tree(drive.root)
-        calls = [call for call in drive.calls() if call.paths and call.succeeded and call.verb in ERRORS]
+        calls = [call for call in drive.calls() if call.paths and call.succeeded]
+        self.between_files = set(between_files(calls))
+        calls = [call for call in calls if call.verb in ERRORS]
         writes = [call for call in calls if call.verb == 'write']
         swept = self.swept(calls)
         faults = list(self.faults(swept))
@@ -62,10 +74,16 @@ class Command:
         """After each call; who notices is for the kernel to say, with any later message."""
         if self.as_on_fat or faults[0].in_unzip:
             return
+        last_sync = max(place for place, call in enumerate(calls) if call.verb == 'syncfs')
         for place, call in enumerate(calls):
             later = {message for fault in faults if fault.call in calls[place:] for message in fault.messages}
-            for kind in (FULL, READ_ONLY, PULLED) if self.on_ext4 else (FULL,):
-                yield Fault(call, kind, (*sorted(later), *self.MESSAGES_OF_DRIVE), True)
+            for kind in OF_DRIVE if self.on_ext4 else OF_ANY_DRIVE:
+                # A file system with a file that is being written stays writable. What ext4 has in its
+                # journal and can't write to its place, it loses without a word.
+                if (kind == REMOUNTED and call not in self.between_files
+                        or kind == FAILING and place == last_sync - 1):
+                    continue
+                yield Fault(call, kind, (*sorted(later), *self.MESSAGES_OF_DRIVE), kind != LOST or place >= last_sync)
 
     def options_for_fat(self, drive):
         """Makes the drive, and nothing before it, look like FAT."""
@@ -124,10 +142,12 @@ class Command:
         outcome = self.run_and_spoil(drive, options, fault.kind) if fault.is_of_drive else self.run(drive, options)
         if not self.has_met(fault, drive):
             return None
+        broken = self.broken_by_outcome(fault, outcome)
+        if fault.loses_all:
+            return broken
         now = tree(drive.root)
-        broken = [f'{name} of the user has changed' for name, entry in before.items()
-                  if now.get(name) != entry or now[name].modified != entry.modified]
-        broken += self.broken_by_outcome(fault, outcome)
+        broken += [f'{name} of the user has changed' for name, entry in before.items()
+                   if now.get(name) != entry or now[name].modified != entry.modified]
         broken += self.broken_on_drive(fault, outcome, now)
         if not broken:
             broken += self.broken_afterwards(drive, fault)
@@ -146,7 +166,7 @@ class Command:
                     break
                 time.sleep(0.002)
             output, _ = strace.communicate(timeout=TIME_LIMIT)
-        drive.mend()
+        drive.mend(kind)
         return self.read(drive, strace.returncode, output)
 
     @staticmethod

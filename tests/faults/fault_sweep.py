@@ -26,7 +26,7 @@ import tempfile
 
 from small_drive import SmallDrive
 from faults import ERRORS, HALF, KILL
-from preparation import COMPLETE_WINDOWS, OLDER, WINDOWS, Assembly, Preparation, Registration
+from preparation import COMPLETE_WINDOWS, OLDER, WINDOWS, Assembly, Preparation, PreparationInWindow, Registration
 from update import INSTALLED, WITHOUT_WINDOWS, Update, Vendor
 
 
@@ -69,7 +69,8 @@ class Sweep:
 
     def __init__(self, binaries, directory, workers):
         self.binaries, self.workers = pathlib.Path(binaries).resolve(), workers
-        subprocess.run(['mount', '-t', 'tmpfs', 'tmpfs', directory], check=True)
+        # Shared, so that no command keeps a drive that is unmounted.
+        subprocess.run(['mount', '--make-shared', '-t', 'tmpfs', 'tmpfs', directory], check=True)
         self.directory = pathlib.Path(directory)
         self.vendor = Vendor(self.binaries, self.directory)
 
@@ -82,8 +83,9 @@ class Sweep:
             yield Update(f'update, {kind}', self.binaries, self.vendor, INSTALLED, **how)
         yield Assembly('preparation, assembled, tmpfs', self.binaries, sources)
         yield Assembly('preparation, assembled, ext4', self.binaries, sources, on_ext4=True)
-        yield Registration('state after preparation, tmpfs', self.binaries, sources)
-        yield Registration('state after preparation, ext4', self.binaries, sources, on_ext4=True)
+        for kind, how in (('tmpfs', {}), ('ext4', {'on_ext4': True})):
+            yield PreparationInWindow(f'preparation in the window, {kind}', self.binaries, sources, **how)
+            yield Registration(f'state after preparation, {kind}', self.binaries, sources, **how)
         yield Update('update, no windows, tmpfs', self.binaries, self.vendor, WITHOUT_WINDOWS)
         yield Update('unzip, tmpfs', self.binaries, self.vendor, INSTALLED, in_unzip=True)
         yield Update('unzip, ext4', self.binaries, self.vendor, INSTALLED, in_unzip=True, on_ext4=True)

@@ -3,7 +3,7 @@
 import dataclasses
 import errno
 
-from small_drive import FULL, PULLED, READ_ONLY  # it puts drive_calls on the path
+from small_drive import FULL, LOST, OF_DRIVE  # it puts drive_calls on the path
 from drive_calls import Call
 
 KILL, HALF = 'kill', 'half'
@@ -23,7 +23,7 @@ class Fault:
     """What happens to one call. Success may follow, or a failure with one of the messages."""
 
     call: Call
-    kind: str  # an error, KILL, HALF, FULL, READ_ONLY or PULLED
+    kind: str  # an error, KILL, HALF, or one of OF_DRIVE
     messages: tuple
     may_succeed: bool
     in_unzip: bool = False
@@ -38,12 +38,16 @@ class Fault:
 
     @property
     def is_of_drive(self):
-        return self.kind in (FULL, READ_ONLY, PULLED)
+        return self.kind in OF_DRIVE
 
     @property
     def cuts_off(self):
         """Nothing could be tidied up."""
-        return self.ends_program or self.kind in (READ_ONLY, PULLED)
+        return self.ends_program or self.is_of_drive and self.kind != FULL
+
+    @property
+    def loses_all(self):
+        return self.kind == LOST
 
     @property
     def changes_modes(self):

@@ -34,9 +34,9 @@ class Preparation(Command):
                 self.sources / 'linux/Tessarine']
 
     def faults(self, calls):
-        new_directories = self.new_directories(calls)
+        new_directories, last_sync = self.new_directories(calls), self.last_sync_of_text(calls)
         for place, call in enumerate(calls):
-            messages = self.messages(call, self.target_of(calls[place:]))
+            messages = self.messages(call, self.target_of(calls[place:]) if place < last_sync else '.')
             if call in new_directories:
                 messages = (f'Nao foi possivel criar a pasta: DRIVE/{new_directories[call]}',)
             # A temporary name that can't be had gives way to another one.
@@ -58,6 +58,12 @@ class Preparation(Command):
                 steps = calls[place - 1:place + (8 if is_temporary(call.paths) else 1)]
                 made.update(dict.fromkeys(steps, name_in_the_end(call.paths)))
         return made
+
+    @staticmethod
+    def last_sync_of_text(calls):
+        """The place from which on everything is synced, and nothing more written."""
+        return max((place for place, call in enumerate(calls) if call.verb == 'fsync' and call.paths == TEXTS[-1]),
+                   default=len(calls))
 
     @staticmethod
     def target_of(calls):
@@ -146,10 +152,8 @@ class Assembly(Preparation):
         return [*super().programs(), 'Tessarine/linux/Tessarine']
 
 
-class Registration(Preparation):
-    """What the window writes behind a preparation, whose success no failure of that takes away."""
-
-    MESSAGES_OF_DRIVE = ()
+class PreparationInWindow(Preparation):
+    """A preparation of which the window reports, and which it registers."""
 
     def __init__(self, name, binaries, sources, **how):
         super().__init__(name, binaries, sources, WINDOWS, {STATE: '{"app": "Tessarine"}'}, **how)
@@ -158,12 +162,28 @@ class Registration(Preparation):
         return [self.binaries / 'tests/faults/window_driver', *super().command(drive)[1:]]
 
     def swept(self, calls):
-        last = max(place for place, call in enumerate(calls) if call.paths == '.')
-        return calls[last + 1:]
+        return calls[:self.end_of_preparation(calls)]
+
+    @staticmethod
+    def end_of_preparation(calls):
+        return 1 + max(place for place, call in enumerate(calls) if call.paths == '.')
+
+    def expected(self, now):
+        return {**self.after, STATE: now.get(STATE)}
+
+
+class Registration(PreparationInWindow):
+    """What the window writes behind a preparation, whose success no failure of that takes away."""
+
+    MESSAGES_OF_DRIVE = ()
+
+    def swept(self, calls):
+        return calls[self.end_of_preparation(calls):]
 
     def faults(self, calls):
         for fault in super().faults(calls):
             yield dataclasses.replace(fault, messages=(), may_succeed=True)
 
-    def expected(self, now):
-        return {**self.after, STATE: now.get(STATE)}
+    def faults_of_drive(self, calls, faults):
+        for fault in super().faults_of_drive(calls, faults):
+            yield dataclasses.replace(fault, may_succeed=True)

@@ -21,9 +21,14 @@ MEBIBYTE = 1048576
 STATE = 'Tessarine/update-state.json'
 PROGRAMS = ('Tessarine', 'Tessarine-Linux.sh')
 
-# What becomes of the drive itself at a call: full, read-only as the kernel makes it, or pulled out.
-FULL, READ_ONLY, PULLED = 'full drive', 'read-only drive', 'pulled drive'
+# What becomes of the drive itself at a call: full; read-only as the user or as the kernel makes it;
+# pulled out; on a medium that takes nothing new any more, or that has lost everything.
+FULL, REMOUNTED, READ_ONLY = 'full drive', 'remounted drive', 'read-only drive'
+PULLED, FAILING, LOST = 'pulled drive', 'failing drive', 'lost drive'
+OF_ANY_DRIVE = (FULL, REMOUNTED)
+OF_DRIVE = (*OF_ANY_DRIVE, READ_ONLY, PULLED, FAILING, LOST)
 EXT4_IOC_SHUTDOWN, WITHOUT_FLUSH = 0x8004587D, 2  # linux/fs/ext4/ext4.h
+FILLERS = ('filler', 'another filler')
 # A drive's directories are listed in the order of their names' hashes: each drive gets the same one.
 HASH_SEED = 'a0a0a0a0-a0a0-4a0a-a0a0-a0a0a0a0a0a0'
 
@@ -71,19 +76,30 @@ def write_all(root, files):
             path.chmod(0o755)
 
 
+def fill(path):
+    with contextlib.suppress(OSError), path.open('wb', buffering=0) as filler:
+        while filler.write(bytes(MEBIBYTE)):
+            pass
+
+
 class SmallDrive:
     """Where one run after the other takes place: a drive, and strace's file beside it."""
 
     def __init__(self, directory, on_ext4):
         self.root, self.trace, self.spoiled = directory / 'drive', directory / 'trace', directory / 'spoiled'
-        self._image, self._on_ext4, self._is_damaged = directory / 'image', on_ext4, False
+        self._medium, self._on_ext4, self._is_damaged = directory / 'medium', on_ext4, False
+        self._image = self._medium / 'image'
         self.root.mkdir(parents=True)
+        self._medium.mkdir()
+        subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=17M', 'tmpfs', self._medium], check=True)
         self._make()
 
     def _make(self):
         if not self._on_ext4:
             subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=16M', 'tmpfs', self.root], check=True)
             return
+        self._give_room()
+        self._image.unlink(missing_ok=True)
         self._image.touch()
         os.truncate(self._image, 16 * MEBIBYTE)
         subprocess.run(['/usr/sbin/mkfs.ext4', '-q', '-F', '-m', '0', '-E', f'hash_seed={HASH_SEED}', self._image],
@@ -95,7 +111,7 @@ class SmallDrive:
 
     def lay_out(self, files):
         if self._is_damaged:
-            self.close()
+            self._unmount()
             self._make()
             self._is_damaged = False
         for path in self.root.iterdir():
@@ -107,11 +123,19 @@ class SmallDrive:
     def spoil(self, kind):
         """Lets the drive fill, fail or go."""
         if kind == FULL:
-            with contextlib.suppress(OSError), (self.root / 'filler').open('wb', buffering=0) as filler:
-                while filler.write(bytes(MEBIBYTE)):
-                    pass
+            fill(self.root / 'filler')
+            return
+        if kind == REMOUNTED:
+            self._remount('ro')
             return
         self._is_damaged = True
+        if kind in (FAILING, LOST):
+            # A write that is under way takes room for itself again: the second time there is none.
+            for name in FILLERS:
+                if kind == LOST:
+                    os.truncate(self._image, 0)
+                fill(self._medium / name)
+            return
         number = os.stat(self.root).st_dev
         device = pathlib.Path(f'/sys/dev/block/{os.major(number)}:{os.minor(number)}').resolve().name
         if kind == READ_ONLY:
@@ -121,11 +145,23 @@ class SmallDrive:
         fcntl.ioctl(root, EXT4_IOC_SHUTDOWN, struct.pack('I', WITHOUT_FLUSH))
         os.close(root)
 
-    def mend(self):
-        """Gives the user the drive again, with what its medium has."""
-        if self._is_damaged:
-            self.close()
+    def mend(self, kind):
+        """Gives the user the drive again, checked, with what its medium has."""
+        if kind == LOST:
+            return
+        self._give_room()
+        if kind == REMOUNTED:
+            self._remount('rw')
+        elif self._is_damaged:
+            self._unmount()
+            # As the kernel says: a drive that it made read-only may become so again.
+            done = subprocess.run(['/usr/sbin/e2fsck', '-fy', self._image], stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, check=False)
+            assert done.returncode in (0, 1), f'e2fsck ended with {done.returncode}'
             self._mount()
+            # Stays if the check has put anything there.
+            with contextlib.suppress(OSError):
+                (self.root / 'lost+found').rmdir()
         (self.root / 'filler').unlink(missing_ok=True)
 
     def calls(self):
@@ -134,6 +170,17 @@ class SmallDrive:
             return list(calls_in(lines, self.root))
 
     def close(self):
+        self._unmount()
+        subprocess.run(['umount', self._medium], check=True)
+
+    def _give_room(self):
+        for name in FILLERS:
+            (self._medium / name).unlink(missing_ok=True)
+
+    def _remount(self, how):
+        subprocess.run(['mount', '-o', f'remount,{how}', self.root], check=True)
+
+    def _unmount(self):
         # A child that is just being started may still hold what its parent had open.
         while subprocess.run(['umount', self.root], stderr=subprocess.DEVNULL, check=False).returncode != 0:
             time.sleep(0.01)

@@ -13,8 +13,13 @@
 // end. It ends with 0 for success, 1 for failure and 2 when the window doesn't answer afterwards.
 
 #include "tests/app/UpdateSituation.h"
+#include "tests/support/BindMount.h"
+#include "tests/support/TemporaryFileSystem.h"
 
 #include <QTextStream>
+
+using TestSupport::BindMount;
+using TestSupport::TemporaryFileSystem;
 
 namespace
 {
@@ -50,8 +55,12 @@ bool answers(ConfigWindow *window)
            && window->logView->toPlainText() == QStringLiteral("1 unidade(s) USB detectada(s).");
 }
 
+// A window opens more files, the more drives the machine has and others mount meanwhile. So that
+// the same call is found again, it begins on a machine without any.
 void openWindow(UpdateSituation *situation, const QString &drive)
 {
+    const BindMount noMounts(QStringLiteral("/dev/null"), QStringLiteral("/proc/self/mountinfo"));
+    const TemporaryFileSystem noDevices(QStringLiteral("/sys/class/block"));
     situation->user = std::make_unique<MessageBoxUser>();
     situation->openWindowOver({mountedVolume(QStringLiteral("PEN"), drive)});
 }
@@ -94,6 +103,8 @@ int report(UpdateSituation *situation)
 
 int main(int argc, char *argv[])
 {
+    // A drive that is unmounted meanwhile must not live on in here.
+    TestSupport::enterPrivateMountNamespace(MS_SLAVE);
     if (argc < 3)
         TestSupport::enterPrivateNetwork();
     qputenv("QT_QPA_PLATFORM", "offscreen");

@@ -16,11 +16,12 @@ namespace TestSupport
 {
 
 // Gives this process a mount table of its own, so that nothing that a test mounts is seen by the
-// machine or outlives the test. Call it before the first thread starts.
-inline void enterPrivateMountNamespace()
+// machine or outlives the test. Call it before the first thread starts. With MS_SLAVE it follows
+// what is mounted and unmounted outside.
+inline void enterPrivateMountNamespace(unsigned long propagation = MS_PRIVATE)
 {
     if (unshare(CLONE_NEWNS) != 0
-        || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        || mount(nullptr, "/", nullptr, MS_REC | propagation, nullptr) != 0) {
         std::perror("The tests mount file systems and need root");
         std::exit(EXIT_FAILURE);
     }

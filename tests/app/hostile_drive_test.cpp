@@ -1,6 +1,8 @@
 #include "tests/app/HostileCases.h"
 #include "tests/app/UpdateSituation.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/PeakMemory.h"
+#include "tests/support/TemporaryFileSystem.h"
 
 #include <sys/stat.h>
 
@@ -94,6 +96,19 @@ private Q_SLOTS:
         QVERIFY(TestSupport::peakMemory() - before < 64'000'000);
     }
 
+    void tenThousandFilesInTheBundleRootAreNoBurden()
+    {
+        prepareDrive(std::make_unique<Drive>());
+        for (int number = 0; number < 10'000; ++number)
+            drive->write(QStringLiteral("Tessarine/garbage %1").arg(number), {});
+        const qint64 before = TestSupport::peakMemory();
+        QVERIFY(updateAndNote(QStringLiteral("ten thousand files in `Tessarine`"),
+                              QStringLiteral("new bundles"))
+                    .startsWith(QStringLiteral("Atualização concluída.")));
+        QVERIFY(TestSupport::peakMemory() - before < 64'000'000 + TestSupport::freedMemoryKept);
+        QVERIFY(drive->exists(QStringLiteral("Tessarine/garbage 9999")));
+    }
+
     void stateThatLeadsOffTheDriveIsNotWrittenThrough()
     {
         putLink(stateName, host->path(QStringLiteral("document")));
@@ -112,6 +127,44 @@ private Q_SLOTS:
                                QStringLiteral("as before")),
                  QStringLiteral(
                      "A unidade selecionada ainda não possui uma estrutura Tessarine preparada."));
+    }
+
+    void bundleRootThatCannotBeEnteredIsNone_data()
+    {
+        QTest::addColumn<bool>("isFile");
+        QTest::newRow("`Tessarine` that is a file") << true;
+        QTest::newRow("`Tessarine` without permissions") << false;
+    }
+    void bundleRootThatCannotBeEnteredIsNone()
+    {
+        QFETCH(bool, isFile);
+        const QString root = drive->path(QStringLiteral("Tessarine"));
+        if (isFile) {
+            QDir(root).removeRecursively();
+            drive->write(QStringLiteral("Tessarine"), "x");
+        } else {
+            QCOMPARE(chmod(QFile::encodeName(root), 0), 0);
+        }
+        const QStringList before = drive->tree();
+        QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
+        const QString message =
+            updateAndNote(QString::fromUtf8(QTest::currentDataTag()), QStringLiteral("as before"));
+        QCOMPARE(seteuid(0), 0);
+        QCOMPARE(message, QStringLiteral("A unidade selecionada ainda não possui uma estrutura "
+                                         "Tessarine preparada."));
+        QCOMPARE(drive->tree(), before);
+    }
+
+    void bundleThatIsAMountPointIsNotReplaced()
+    {
+        const QString bundle = drive->path(QStringLiteral("Tessarine/windows"));
+        const TestSupport::TemporaryFileSystem other(bundle);
+        QCOMPARE(updateAndNote(QStringLiteral("`windows` that is a mount point"),
+                               QStringLiteral("as before")),
+                 QStringLiteral("Não foi possível criar backup de: ") + bundle);
+        QCOMPARE(bundleNames(),
+                 QStringList({"README.txt", "linux", "update-state.json", "windows"}));
+        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.0.0"));
     }
 
     void bundleThatLeadsOffTheDriveIsReplacedAndNotFollowed()

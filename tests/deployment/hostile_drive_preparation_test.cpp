@@ -1,5 +1,10 @@
 #include "tests/deployment/PreparationSituation.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/PeakMemory.h"
+
+#include <sys/stat.h>
+
+using TestSupport::asUnprivileged;
 
 // A drive that somebody else has prepared for this: what a preparation writes stays on it.
 class HostileDrivePreparationTest : public PreparationSituation
@@ -53,6 +58,28 @@ private Q_SLOTS:
         drive.link("Tessarine/linux/lib", drive.path("other"));
         QCOMPARE(prepare(drive, m_bundles.both()), prepared);
         QCOMPARE(drive.read("other/libQt6Core.so.6"), QByteArray("library"));
+    }
+
+    void aDirectoryWithoutPermissionsIsRefused_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("refused");
+        QTest::newRow("Tessarine") << "Tessarine"
+                                   << "Tessarine/windows";
+        QTest::newRow("windows") << "Tessarine/windows"
+                                 << "Tessarine/windows/platforms";
+    }
+    void aDirectoryWithoutPermissionsIsRefused()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, refused);
+        const Drive drive = Drive::tmpfs(16 * mebibyte);
+        drive.makeDirectory(name);
+        drive.giveAway();
+        QCOMPARE(chmod(QFile::encodeName(drive.path(name)).constData(), 0), 0);
+        QCOMPARE(asUnprivileged([&] { return QStringList{prepare(drive, m_bundles.both())}; }),
+                 QStringList{"Nao foi possivel criar a pasta: " + drive.path(refused)});
+        QCOMPARE(drive.names(name), QStringList());
     }
 
     void tenThousandFilesInTheBundleRootAreNoBurden()

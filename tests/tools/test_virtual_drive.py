@@ -3,6 +3,7 @@
 import os
 import pathlib
 import re
+import secrets
 import shlex
 import signal
 import subprocess
@@ -16,6 +17,7 @@ TOOL = ROOT / 'tools' / 'virtual-drive'
 LIST_USB_DRIVES = pathlib.Path(os.environ['TESSARINE_BINARY_DIR']) / 'tests/tools/list-usb-drives'
 ORDINARY_USER = ('setpriv', '--reuid=4321', '--regid=4321', '--clear-groups', '--')
 LIMIT = 300  # seconds, which only what hangs takes
+TRACE = f'trace{secrets.token_hex(4)}'  # a drive's name that nothing else on this machine has
 
 
 def run(options, *command, user=()):
@@ -30,8 +32,8 @@ def output(options, *command, user=()):
     return result.stdout
 
 
-def traces(name):
-    """Where this machine shows a drive of that name: nowhere, but for the loop device of an ext4."""
+def traces():
+    """Where this machine shows the drive: nowhere, but for the loop device of an ext4."""
     loops = subprocess.run(['losetup', '--list', '--noheadings', '--output', 'BACK-FILE'],
                            capture_output=True, text=True, check=True).stdout.splitlines()
     mounts = pathlib.Path('/proc/self/mountinfo').read_text(encoding='utf-8').splitlines()
@@ -39,7 +41,7 @@ def traces(name):
                    tempfile.gettempdir()]
     files = [f'{directory}/{file}' for directory in directories if os.path.isdir(directory)
              for file in os.listdir(directory)]
-    return [trace for trace in loops + mounts + files if name in trace]
+    return [trace for trace in loops + mounts + files if TRACE in trace]
 
 
 def wait_for(condition):
@@ -249,9 +251,9 @@ def test_ext4_needs_root():
 
 @pytest.fixture
 def running():
-    """A command on a machine with the drive "trace" and a file on it, and its output."""
-    with subprocess.Popen([TOOL, '--drive', 'name=trace,fs=ext4,size=8M,label=trace,mounted=/media/trace', '--',
-                           'sh', '-c', 'touch /media/trace/trace; echo ready; exec sleep 1000'],
+    """A command on a machine with the drive and a file on it, and its output."""
+    with subprocess.Popen([TOOL, '--drive', f'name={TRACE},fs=ext4,size=8M,label={TRACE},mounted=/media/{TRACE}', '--',
+                           'sh', '-c', f'touch /media/{TRACE}/{TRACE}; echo ready; exec sleep 1000'],
                           stdout=subprocess.PIPE) as machine:
         assert machine.stdout.readline() == b'ready\n'
         yield machine
@@ -260,14 +262,14 @@ def running():
 
 def test_nothing_is_seen_outside_but_the_loop_device(running):
     assert running.poll() is None
-    assert traces('trace1') == ['/media/trace1.img (deleted)']
+    assert traces() == [f'/media/{TRACE}1.img (deleted)']
 
 
 @pytest.mark.parametrize('number', [signal.SIGTERM, signal.SIGINT, signal.SIGKILL])
 def test_nothing_survives_a_signal(running, number):
     running.send_signal(number)
     assert running.wait(LIMIT) == -number
-    wait_for(lambda: not traces('trace'))
+    wait_for(lambda: not traces())
 
 
 @pytest.mark.parametrize('options, command, status', [
@@ -277,9 +279,9 @@ def test_nothing_survives_a_signal(running, number):
     pytest.param('--drive mounted=/no-such-directory', 'true', 125, id='no-machine'),
 ])
 def test_nothing_survives_the_command(options, command, status):
-    drives = '--drive name=trace,fs=ext4,size=8M,label=trace,mounted --drive name=trace-too,mounted '
+    drives = f'--drive name={TRACE},fs=ext4,size=8M,label={TRACE},mounted --drive name={TRACE}-too,mounted '
     assert run(drives + options, command).returncode == status
-    wait_for(lambda: not traces('trace'))
+    wait_for(lambda: not traces())
 
 
 # --- the help ---

@@ -164,8 +164,9 @@ bool FileSystemSync::syncRenamed(const QString &name)
     // doesn't say where the file lies until its inode is written. Syncing what was renamed writes
     // the new one alone; syncfs(2) may begin with the other. On ext4 syncfs(2) waits for the
     // journal, but doesn't say that it could not be written, as fsync(2) does.
-    const int renamed =
-        openat(m_descriptor, QFile::encodeName(name).constData(), O_RDONLY | O_CLOEXEC);
+    // A pipe that somebody has put on the drive would be waited for without O_NONBLOCK.
+    const int renamed = openat(m_descriptor, QFile::encodeName(name).constData(),
+                               O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     const bool synced = renamed >= 0 && syncFile(renamed);
     if (!synced)
         m_error = errno;

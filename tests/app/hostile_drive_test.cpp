@@ -155,6 +155,18 @@ private Q_SLOTS:
         QCOMPARE(drive->tree(), before);
     }
 
+    void bundleThatIsAPipeIsNotWaitedFor()
+    {
+        const QString bundle = drive->path(QStringLiteral("Tessarine/windows"));
+        QDir(bundle).removeRecursively();
+        QCOMPARE(mkfifo(qPrintable(bundle), 0600), 0);
+        const QStringList before = drive->names();
+        QCOMPARE(
+            updateAndNote(QStringLiteral("`windows` that is a pipe"), QStringLiteral("as before")),
+            QStringLiteral("Não foi possível criar backup de: ") + bundle);
+        QCOMPARE(drive->names(), before);
+    }
+
     void bundleThatIsAMountPointIsNotReplaced()
     {
         const QString bundle = drive->path(QStringLiteral("Tessarine/windows"));

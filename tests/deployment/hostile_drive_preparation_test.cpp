@@ -82,6 +82,23 @@ private Q_SLOTS:
         QCOMPARE(drive.names(name), QStringList());
     }
 
+    void aPipeInThePlaceOfAFileIsNotWaitedFor_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char *name :
+             {"Tessarine-Windows.bat", "Tessarine/README.txt", "Tessarine/windows/Qt6Core.dll"})
+            QTest::newRow(name) << QString(name);
+    }
+    void aPipeInThePlaceOfAFileIsNotWaitedFor()
+    {
+        QFETCH(QString, name);
+        const Drive drive = Drive::tmpfs(16 * mebibyte);
+        drive.makeDirectory(QFileInfo(name).path());
+        QCOMPARE(mkfifo(QFile::encodeName(drive.path(name)).constData(), 0600), 0);
+        QCOMPARE(prepare(drive, m_bundles.both()), prepared);
+        QVERIFY(QFileInfo(drive.path(name)).isFile());
+    }
+
     void tenThousandFilesInTheBundleRootAreNoBurden()
     {
         const Drive drive = Drive::tmpfs(64 * mebibyte);

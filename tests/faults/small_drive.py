@@ -82,6 +82,12 @@ def fill(path):
             pass
 
 
+def unmount(directory):
+    # A child that is just being started may still hold what its parent had open.
+    while subprocess.run(['umount', directory], stderr=subprocess.DEVNULL, check=False).returncode != 0:
+        time.sleep(0.01)
+
+
 class SmallDrive:
     """Where one run after the other takes place: a drive, and strace's file beside it."""
 
@@ -92,6 +98,11 @@ class SmallDrive:
         self.root.mkdir(parents=True)
         self._medium.mkdir()
         subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=17M', 'tmpfs', self._medium], check=True)
+        if on_ext4:
+            self._make_image()
+            # One device for good: a new one for the same file could show what the file held before.
+            self._device = subprocess.run(['losetup', '--find', '--show', self._image], check=True,
+                                          stdout=subprocess.PIPE, text=True).stdout.strip()
         self._make()
 
     def _make(self):
@@ -99,19 +110,21 @@ class SmallDrive:
             subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=16M', 'tmpfs', self.root], check=True)
             return
         self._give_room()
-        self._image.unlink(missing_ok=True)
-        self._image.touch()
-        os.truncate(self._image, 16 * MEBIBYTE)
-        subprocess.run(['/usr/sbin/mkfs.ext4', '-q', '-F', '-m', '0', '-E', f'hash_seed={HASH_SEED}', self._image],
+        self._make_image()
+        subprocess.run(['/usr/sbin/mkfs.ext4', '-q', '-F', '-m', '0', '-E', f'hash_seed={HASH_SEED}', self._device],
                        check=True)
         self._mount()
 
+    def _make_image(self):
+        self._image.write_bytes(b'')
+        os.truncate(self._image, 16 * MEBIBYTE)
+
     def _mount(self):
-        subprocess.run(['mount', '-o', 'loop,errors=remount-ro', self._image, self.root], check=True)
+        subprocess.run(['mount', '-o', 'errors=remount-ro', self._device, self.root], check=True)
 
     def lay_out(self, files):
         if self._is_damaged:
-            self._unmount()
+            unmount(self.root)
             self._make()
             self._is_damaged = False
         for path in self.root.iterdir():
@@ -153,9 +166,9 @@ class SmallDrive:
         if kind == REMOUNTED:
             self._remount('rw')
         elif self._is_damaged:
-            self._unmount()
+            unmount(self.root)
             # As the kernel says: a drive that it made read-only may become so again.
-            done = subprocess.run(['/usr/sbin/e2fsck', '-fy', self._image], stdout=subprocess.DEVNULL,
+            done = subprocess.run(['/usr/sbin/e2fsck', '-fy', self._device], stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, check=False)
             assert done.returncode in (0, 1), f'e2fsck ended with {done.returncode}'
             self._mount()
@@ -170,8 +183,10 @@ class SmallDrive:
             return list(calls_in(lines, self.root))
 
     def close(self):
-        self._unmount()
-        subprocess.run(['umount', self._medium], check=True)
+        unmount(self.root)
+        if self._on_ext4:
+            subprocess.run(['losetup', '--detach', self._device], check=True)
+        unmount(self._medium)
 
     def _give_room(self):
         for name in FILLERS:
@@ -179,8 +194,3 @@ class SmallDrive:
 
     def _remount(self, how):
         subprocess.run(['mount', '-o', f'remount,{how}', self.root], check=True)
-
-    def _unmount(self):
-        # A child that is just being started may still hold what its parent had open.
-        while subprocess.run(['umount', self.root], stderr=subprocess.DEVNULL, check=False).returncode != 0:
-            time.sleep(0.01)

@@ -78,12 +78,10 @@ class Command:
         for place, call in enumerate(calls):
             later = {message for fault in faults if fault.call in calls[place:] for message in fault.messages}
             for kind in OF_DRIVE if self.on_ext4 else OF_ANY_DRIVE:
-                # A file system with a file that is being written stays writable. What ext4 has in its
-                # journal and can't write to its place, it loses without a word.
-                if (kind == REMOUNTED and call not in self.between_files
-                        or kind == FAILING and place == last_sync - 1):
-                    continue
-                yield Fault(call, kind, (*sorted(later), *self.MESSAGES_OF_DRIVE), kind != LOST or place >= last_sync)
+                # A file system with a file that is being written stays writable.
+                if kind != REMOUNTED or call in self.between_files:
+                    yield Fault(call, kind, (*sorted(later), *self.MESSAGES_OF_DRIVE),
+                                kind != LOST or place >= last_sync)
 
     def options_for_fat(self, drive):
         """Makes the drive, and nothing before it, look like FAT."""
@@ -143,7 +141,8 @@ class Command:
         if not self.has_met(fault, drive):
             return None
         broken = self.broken_by_outcome(fault, outcome)
-        if fault.loses_all:
+        # What ext4 has in its journal and can't write to its place, it loses without a word.
+        if fault.kind == LOST or fault.kind == FAILING and outcome.status == 0:
             return broken
         now = tree(drive.root)
         broken += [f'{name} of the user has changed' for name, entry in before.items()

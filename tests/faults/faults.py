@@ -3,7 +3,7 @@
 import dataclasses
 import errno
 
-from small_drive import FULL, LOST, OF_DRIVE  # it puts drive_calls on the path
+from small_drive import FULL, OF_DRIVE  # it puts drive_calls on the path
 from drive_calls import Call
 
 KILL, HALF = 'kill', 'half'
@@ -44,10 +44,6 @@ class Fault:
     def cuts_off(self):
         """Nothing could be tidied up."""
         return self.ends_program or self.is_of_drive and self.kind != FULL
-
-    @property
-    def loses_all(self):
-        return self.kind == LOST
 
     @property
     def changes_modes(self):

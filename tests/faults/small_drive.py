@@ -28,6 +28,7 @@ PULLED, FAILING, LOST = 'pulled drive', 'failing drive', 'lost drive'
 OF_ANY_DRIVE = (FULL, REMOUNTED)
 OF_DRIVE = (*OF_ANY_DRIVE, READ_ONLY, PULLED, FAILING, LOST)
 EXT4_IOC_SHUTDOWN, WITHOUT_FLUSH = 0x8004587D, 2  # linux/fs/ext4/ext4.h
+BLKFLSBUF = 0x1261  # linux/fs.h
 FILLERS = ('filler', 'another filler')
 # A drive's directories are listed in the order of their names' hashes: each drive gets the same one.
 HASH_SEED = 'a0a0a0a0-a0a0-4a0a-a0a0-a0a0a0a0a0a0'
@@ -103,6 +104,9 @@ class SmallDrive:
             # One device for good: a new one for the same file could show what the file held before.
             self._device = subprocess.run(['losetup', '--find', '--show', self._image], check=True,
                                           stdout=subprocess.PIPE, text=True).stdout.strip()
+            # From now on it goes with whoever has it open last, be it that this process is killed.
+            self._open_device = os.open(self._device, os.O_RDONLY)
+            subprocess.run(['losetup', '--detach', self._device], check=True)
         self._make()
 
     def _make(self):
@@ -124,7 +128,7 @@ class SmallDrive:
 
     def lay_out(self, files):
         if self._is_damaged:
-            unmount(self.root)
+            self._take_away()
             self._make()
             self._is_damaged = False
         for path in self.root.iterdir():
@@ -166,7 +170,7 @@ class SmallDrive:
         if kind == REMOUNTED:
             self._remount('rw')
         elif self._is_damaged:
-            unmount(self.root)
+            self._take_away()
             # As the kernel says: a drive that it made read-only may become so again.
             done = subprocess.run(['/usr/sbin/e2fsck', '-fy', self._device], stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, check=False)
@@ -185,8 +189,13 @@ class SmallDrive:
     def close(self):
         unmount(self.root)
         if self._on_ext4:
-            subprocess.run(['losetup', '--detach', self._device], check=True)
+            os.close(self._open_device)
         unmount(self._medium)
+
+    def _take_away(self):
+        """After that nothing is known of the drive but what its medium has."""
+        unmount(self.root)
+        fcntl.ioctl(self._open_device, BLKFLSBUF)
 
     def _give_room(self):
         for name in FILLERS:

@@ -92,7 +92,8 @@ def test_a_link_to_nowhere_in_the_way_is_kept(drive):
 
 
 @pytest.mark.parametrize('calls, when', [
-    ('mkdir', 1), ('syncfs', 1), ('fsync', 1), ('rename,renameat,renameat2,link,linkat', 1), ('fsync', 2), ('syncfs', 2)])
+    ('mkdir', 1), ('syncfs', 1), ('fsync', 1), ('rename,renameat,renameat2,link,linkat', 1), ('fsync', 2),
+    ('syncfs', 2)])
 def test_a_failure_is_told_and_leaves_nothing(drive, calls, when):
     assert said(drive / 'new', failing(calls, when)) == refusal(drive / 'new')
     assert os.listdir(drive) == []

@@ -18,7 +18,6 @@ import random
 import shutil
 import subprocess
 import sys
-import time
 
 import bundles
 import guest
@@ -29,6 +28,7 @@ from bundles import HOST, STATE, tree
 from guest import ROOT, be_vendor, on_desktop
 
 SIZE = 16 << 20
+MS_RDONLY = 1  # mount(2)
 VERSION_OF = {'first preparation': '1', 'second preparation': '2'}
 GONE_ON_WITH = 'gone on with: in vain, also after fsck'
 HEADER = ('file system', 'step', 'writes and flushes', 'cuts, in order: broken', GONE_ON_WITH,
@@ -79,63 +79,85 @@ def work(scratch, drive):
 
 
 class Disk:
-    """A disk in memory that is mounted, looked at and unmounted again."""
+    """A disk that is mounted, looked at and unmounted again.
+
+    A look can't change it, and it is used on a copy: a mere look at a directory of FAT that has no
+    beginning makes the kernel give its clusters away, even where it has mounted it read-only.
+    """
 
     def __init__(self, image, file_system):
-        subprocess.run(['modprobe', 'brd', 'rd_nr=1', f'rd_size={SIZE >> 10}'], check=True)
-        self._device = os.open('/dev/ram0', os.O_RDWR)
-        self._type = file_system
-        self._libc = ctypes.CDLL(None, use_errno=True)
+        self._image, self._type = pathlib.Path('/dev/shm/image'), file_system
+        self._image.write_bytes(image)
         self._content = bytearray(image)
+        subprocess.run(['modprobe', 'loop'], check=True)
+        self._device = subprocess.run(['losetup', '--find', '--show', '--read-only', self._image], check=True,
+                                      stdout=subprocess.PIPE, text=True).stdout.strip().encode()
+        self._libc = ctypes.CDLL(None, use_errno=True)
         os.makedirs('/tmp/judged')
-        os.pwrite(self._device, image, 0)
+
+    def _put(self, sectors):
+        with open(self._image, 'r+b', buffering=0) as image:
+            for sector, content in sectors:
+                os.pwrite(image.fileno(), content, sector * recording.SECTOR)
 
     def write(self, sectors):
         """What a cut leaves and every later one has, too."""
         for sector, content in sectors:
-            self._content[sector * 512:sector * 512 + len(content)] = content
-            os.pwrite(self._device, content, sector * 512)
+            begin = sector * recording.SECTOR
+            self._content[begin:begin + len(content)] = content
+        self._put(sectors)
 
     @contextlib.contextmanager
     def holding(self, sectors):
         """As if those were written as well, and no longer."""
-        for sector, content in sectors:
-            os.pwrite(self._device, content, sector * 512)
+        self._put(sectors)
         yield
-        for sector, content in sectors:
-            end = sector * 512 + len(content)
-            os.pwrite(self._device, self._content[sector * 512:end], sector * 512)
-
-    @contextlib.contextmanager
-    def used(self):
-        """Whatever is done to the disk is undone."""
-        content = os.pread(self._device, SIZE, 0)
-        yield
-        os.pwrite(self._device, content, 0)
-
-    @contextlib.contextmanager
-    def mounted(self, read_only=0):
-        if self._libc.mount(b'/dev/ram0', b'/tmp/judged', self._type.encode(), read_only, b''):
-            raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
-        try:
-            yield '/tmp/judged'
-        finally:
-            deadline = time.monotonic() + 60
-            while self._libc.umount2(b'/tmp/judged', 0):
-                if time.monotonic() > deadline:
-                    raise RuntimeError(f'The disk can not be unmounted: {os.strerror(ctypes.get_errno())}')
-                time.sleep(0.01)
+        begins = ((sector, sector * recording.SECTOR, len(content)) for sector, content in sectors)
+        self._put([(sector, self._content[begin:begin + size]) for sector, begin, size in begins])
 
     def tree(self):
         try:
-            with self.mounted(read_only=1) as place:
-                return tree(place)
+            self._call('mount', self._device, b'/tmp/judged', self._type.encode(), MS_RDONLY, b'')
         except OSError as error:
             return {'/': (error.strerror, -1)}
+        found = tree('/tmp/judged')
+        self._call('umount', b'/tmp/judged')
+        return found
+
+    def _call(self, name, *arguments):
+        """What the commands mount and umount do, without a process for each."""
+        if getattr(self._libc, name)(*arguments):
+            raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
+
+    def copy(self):
+        """What the user goes on with."""
+        return UsedDisk(shutil.copy(self._image, '/dev/shm/used'), self._type)
+
+
+class UsedDisk:
+    """A disk with which something is done."""
+
+    def __init__(self, image, file_system):
+        self._image, self._type = image, file_system
+
+    @contextlib.contextmanager
+    def mounted(self, how='rw'):
+        subprocess.run(['mount', '-t', self._type, '-o', f'loop,{how}', self._image, '/mnt'], check=True)
+        try:
+            yield '/mnt'
+        finally:
+            subprocess.run(['umount', '/mnt'], check=True)
+
+    def tree(self):
+        try:
+            with self.mounted('ro') as place:
+                return tree(place)
+        except subprocess.CalledProcessError as error:
+            return {'/': (str(error), -1)}
 
     def repair(self):
         """As a system does on its own: what can be done without a question."""
-        subprocess.run([f'fsck.{self._type}', '-a', '/dev/ram0'], check=False,
+        subprocess.run([f'fsck.{self._type}', '-a', self._image], check=False,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 
     def prepare(self, directory):
@@ -194,30 +216,38 @@ class Verdict:
         """At the disk as it is."""
         counts = self.counts[kind]
         counts['cuts'] += 1
-        self._note(kind, 'broken', self._violations())
+        self._note(kind, 'broken', self._violations(self._disk))
         if counts['cuts'] % self._every[kind] == 0:
             counts['taken up'] += 1
             if self._after['name'] in VERSION_OF:
-                with self._disk.used():
-                    self._note(kind, 'in vain', self._taken_up())
-            with self._disk.used():
-                self._disk.repair()
-                violations = self._violations()
-                if self._after['name'] in VERSION_OF:
-                    violations += self._taken_up()
-                self._note(kind, 'in vain after fsck', violations)
+                self._note(kind, 'in vain', self._taken_up(self._disk.copy()))
+            repaired = self._disk.copy()
+            repaired.repair()
+            violations = self._violations(repaired)
+            if self._after['name'] in VERSION_OF:
+                violations += self._taken_up(repaired)
+            self._note(kind, 'in vain after fsck', violations)
 
-    def _violations(self):
-        return list(self._broken_by(self._disk.tree(), self._before['tree'], self._after['tree']))
+    def _violations(self, disk):
+        return list(self._broken_by(disk.tree(), self._before['tree'], self._after['tree']))
 
-    def _taken_up(self):
+    def _taken_up(self, disk):
         """What goes wrong when the user of the disk prepares it again."""
         try:
-            status, said, now = self._disk.prepare(pathlib.Path('/tmp', self._after['name']))
-        except OSError as error:
-            return [f'it could not be mounted: {error.strerror}']
+            status, said, now = disk.prepare(pathlib.Path('/tmp', self._after['name']))
+        except subprocess.CalledProcessError as error:
+            return [f'{error}']
         wrong = [path for path, content in self._after['tree'].items() if path != STATE and now.get(path) != content]
         return [f'a preparation said "{said}"; wrong are {len(wrong)} files'] if status or wrong else []
+
+    def check(self):
+        """That the disk as it is can be gone on with, and one with a file in the way can't."""
+        broken = self._disk.copy()
+        with broken.mounted() as place:
+            pathlib.Path(place, 'Tessarine').write_bytes(b'')
+        said = self._taken_up(broken), self._taken_up(self._disk.copy())
+        if not said[0] or said[1]:
+            raise RuntimeError(f'Of a broken disk is said: {said[0]}; of a whole one: {said[1]}')
 
     def _note(self, kind, key, violations):
         if violations:
@@ -234,10 +264,12 @@ def judge(scratch, file_system, subsets, every):
     for name, version in VERSION_OF.items():
         for kind in bundles.FILES:
             bundles.make(pathlib.Path('/tmp', name, kind), kind, version)
-    disk.write(step for step in recording.read(scratch / 'log', 0, stages[0]['log']) if step)
+    disk.write([step for step in recording.read(scratch / 'log', 0, stages[0]['log']) if step])
     verdicts = []
     for before, after in zip(stages, stages[1:]):
         verdict = Verdict(disk, before, after, {'prefixes': int(every), 'subsets': 10 * int(every)})
+        if before['name'] == 'before':
+            verdict.check()
         steps = recording.read(scratch / 'log', before['log'], after['log'])
         for number, stretch in enumerate(recording.stretches(steps)):
             for sectors in recording.subsets(stretch, int(subsets), number):

@@ -151,8 +151,7 @@ private Q_SLOTS:
     {
         UsbMachine machine;
         machine.setMountTable("36 35 0:40 / /media/ana/PEN\xFF rw - vfat /dev/sdb1 rw\n");
-        const QString line = "/dev/sdb1:%1|/dev/sdb1|PEN\uFFFD|%1|vfat|removable|mounted";
-        QCOMPARE(detectedDevices(), QStringList{line.arg("/media/ana/PEN\uFFFD")});
+        QCOMPARE(detectedDevices().value(0).section('|', 3, 3), QString("/media/ana/PEN\uFFFD"));
     }
 
     void escapedMountPointIsKnownFromQt()

@@ -9,7 +9,7 @@ import subprocess
 
 TRACED = ('openat,write,pwrite64,sync_file_range,fsync,fdatasync,syncfs,rename,renameat,renameat2,link,'
           'linkat,close,unlink,unlinkat,rmdir,mkdir,mkdirat,chmod,fchmod,ftruncate,fstatfs')
-CALL = re.compile(r'(?:(?P<pid>\d+) +)?(?P<name>\w+)\((?P<arguments>.*)\) += (?P<result>-?\d+|\?)')
+CALL = re.compile(r'(?P<name>\w+)\((?P<arguments>.*)\) += (?P<result>-?\d+|\?)')
 PATH = re.compile(r'"([^"]*)"|<([^>]*)>')
 RANGE = re.compile(r', (\d+), (\d+), (\w\S+)$')
 TEMPORARY = re.compile(r'\.[A-Za-z]{6}$')
@@ -47,7 +47,7 @@ class Call:
 
 
 def calls_in(lines, drive):
-    """The calls of one process, from strace's lines."""
+    """The calls of one thread, from strace's lines."""
     seen = collections.Counter()
     for line in lines:
         if match := CALL.match(line):
@@ -58,18 +58,17 @@ def calls_in(lines, drive):
 
 
 def calls_on(drive, command, *options, with_opening=False):
-    """The successful calls of the command's own process on the drive, one short line each.
+    """The successful calls of the command's main thread on the drive, one short line each.
 
     Files that are opened to be read, and closed, are left out unless with_opening asks for them.
     """
     trace = pathlib.Path(f'{drive}.trace')
-    subprocess.run(['strace', '-f', '-y', '-qq', '--seccomp-bpf', '-o', trace, f'--trace={TRACED}',
-                    *options, '--', *command], check=True, stdout=subprocess.DEVNULL)
+    # Of the main thread alone: a call amid which another's is seen would be torn into two lines.
+    subprocess.run(['strace', '-y', '-qq', '-o', trace, f'--trace={TRACED}', *options, '--', *command],
+                   check=True, stdout=subprocess.DEVNULL)
     lines = trace.read_text(encoding='utf-8', errors='replace').splitlines()
     trace.unlink()
-    own = lines[0].split()[0]
-    calls = calls_in([line for line in lines if line.startswith(f'{own} ')], drive)
-    return [str(call) for call in calls if call.succeeded and call.paths and call.name != 'fstatfs'
+    return [str(call) for call in calls_in(lines, drive) if call.succeeded and call.paths and call.name != 'fstatfs'
             and (with_opening or call.verb not in ('open', 'close'))]
 
 

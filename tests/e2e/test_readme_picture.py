@@ -11,7 +11,7 @@ PICTURE = pathlib.Path(__file__).parents[2] / 'docs' / 'window.png'
 STARTS = 20
 
 
-def test_picture_in_the_readme_shows_todays_window(installed, drive, tmp_path):
+def test_picture_in_the_readme_shows_todays_window(installed, tmp_path):
     for bundle in ('windows-x64/Tessarine.exe', 'linux-x64/Tessarine'):
         file = installed.parent / 'bundles' / bundle
         file.parent.mkdir(parents=True)

@@ -213,11 +213,13 @@ def unpacked_kernel():
     with tempfile.TemporaryDirectory(dir=CACHE) as scratch:
         subprocess.run(['apt-get', '-q', 'download', package], cwd=scratch, check=True)
         archive = next(pathlib.Path(scratch).glob('*.deb'))
-        subprocess.run(['dpkg-deb', '-x', archive, f'{scratch}/kernel'], check=True)
-        subprocess.run(['depmod', '-b', f'{scratch}/kernel', package.removeprefix('linux-image-')],
-                       check=True)
+        unpacked = pathlib.Path(scratch, 'kernel')
+        subprocess.run(['dpkg-deb', '-x', archive, unpacked], check=True)
+        if not (unpacked / 'lib').exists():  # since Debian 13, where the root has such a link as well
+            (unpacked / 'lib').symlink_to('usr/lib')
+        subprocess.run(['depmod', '-b', unpacked, package.removeprefix('linux-image-')], check=True)
         with contextlib.suppress(FileExistsError):  # of somebody who was faster
-            os.rename(f'{scratch}/kernel', directory)
+            unpacked.rename(directory)
     return directory
 
 

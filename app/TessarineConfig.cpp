@@ -64,6 +64,7 @@ using Tessarine::Deployment::commitFlushed;
 using Tessarine::Deployment::FileSystemSync;
 using Tessarine::Deployment::leadsOffDrive;
 using Tessarine::Deployment::limitOutput;
+using Tessarine::Deployment::makeDirectory;
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleOptions;
 using Tessarine::Deployment::PortableBundleResult;
@@ -306,7 +307,7 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
                       QString *error)
 {
     const QString path = updateStatePath(mountPoint);
-    if (!QDir().mkpath(QFileInfo(path).absolutePath())) {
+    if (!makeDirectory(QFileInfo(path).absolutePath())) {
         *error = QStringLiteral("Não foi possível criar a pasta de estado da atualização.");
         return false;
     }
@@ -499,7 +500,7 @@ bool isMainApplicationRunning()
 
 bool extractZip(const QString &zipPath, const QString &destination, QString *error)
 {
-    if (!QDir().mkpath(destination)) {
+    if (!makeDirectory(destination)) {
         *error = QStringLiteral("Não foi possível criar staging: %1").arg(destination);
         return false;
     }
@@ -1372,7 +1373,7 @@ void ConfigWindow::updateSelectedDevice()
     // A drive that has gone meanwhile may have left its directory behind, on the host's own disk.
     // What stands there already isn't this run's: links may lie in it.
     if (!fileSystem || drive.fileSystem() != fileSystem || QFileInfo::exists(staging.path)
-        || !QDir().mkpath(staging.path)) {
+        || !makeDirectory(staging.path)) {
         warn(this, QStringLiteral("Não foi possível criar área temporária na unidade USB."));
         return;
     }

@@ -9,7 +9,8 @@ import sys
 
 import pytest
 
-PREPARE_DRIVER = pathlib.Path(os.environ['TESSARINE_BINARY_DIR'], 'tests/faults/prepare_driver')
+BUILD = pathlib.Path(os.environ['TESSARINE_BINARY_DIR'], 'tests/faults')
+PREPARE_DRIVER = BUILD / 'prepare_driver'
 sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / 'support'))
 
 from drive_calls import AS_ON_EXFAT, AS_ON_FAT, calls_on  # noqa: E402
@@ -20,6 +21,13 @@ def drive(tmp_path):
     root = tmp_path / 'drive'
     root.mkdir()
     return root
+
+
+@pytest.fixture
+def prepared(drive):
+    (drive / 'Tessarine/windows').mkdir(parents=True)
+    (drive / 'Tessarine/linux').mkdir()
+    return drive
 
 
 def make(directory):
@@ -36,7 +44,11 @@ def made(name):
 
 def said(directory, *options):
     """What the user is told where strace makes the drive answer so, and like FAT."""
-    return subprocess.run(['strace', '-qq', '-o', '/dev/null', AS_ON_FAT, *options, '--', *make(directory)],
+    return said_by(make(directory), *options)
+
+
+def said_by(command, *options):
+    return subprocess.run(['strace', '-qq', '-o', '/dev/null', AS_ON_FAT, *options, '--', *command],
                           check=False, stdout=subprocess.PIPE, text=True).stdout.splitlines()[0]
 
 
@@ -128,3 +140,24 @@ def test_what_a_cut_left_of_one_is_not_looked_at(drive, tmp_path):
                     tmp_path / 'linux/Tessarine'], check=True, stdout=subprocess.DEVNULL)
     assert '.windows.AbCdEf' not in trace.read_text(errors='replace')
     assert (drive / 'Tessarine/windows').is_dir()
+
+
+def update(drive):
+    return [BUILD / 'window_driver', drive]
+
+
+@pytest.mark.parametrize('name', ['Tessarine/.update-TIME', 'Tessarine/.update-TIME/extracted'])
+def test_those_of_an_update_are_made_in_the_same_way(prepared, name):
+    calls = calls_on(prepared, update(prepared), AS_ON_FAT)
+    begin = calls.index(made(name)[0])
+    assert calls[begin:begin + len(made(name))] == made(name)
+
+
+@pytest.mark.parametrize('nth_sync, message', [
+    (1, 'Não foi possível criar área temporária na unidade USB.'),
+    (2, 'Não foi possível criar área temporária na unidade USB.'),
+    (3, 'Não foi possível criar staging: '),
+    (4, 'Não foi possível criar staging: ')])
+def test_an_update_whose_own_ones_can_not_be_synced_ends_and_leaves_nothing(prepared, nth_sync, message):
+    assert said_by(update(prepared), failing('syncfs', nth_sync)).startswith(message)
+    assert sorted(os.listdir(prepared / 'Tessarine')) == ['linux', 'windows']

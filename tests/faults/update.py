@@ -7,7 +7,7 @@ import subprocess
 from small_drive import STATE, below, differences, tree
 from faults import ERRORS, HALF, KILL, Fault
 from command import Command
-from drive_calls import is_temporary
+from drive_calls import is_temporary, name_in_the_end
 
 STAGING = re.compile(r'Tessarine/\.update-\d{14}(/|$)')
 BACKUP = re.compile(r'Tessarine/(windows|linux)\.backup-\d{14}(/|$)')
@@ -22,6 +22,7 @@ WITHOUT_WINDOWS = {name: content for name, content in INSTALLED.items() if '/win
 class Update(Command):
     AREA = 'Não foi possível criar área temporária na unidade USB.'
     PACKAGE = 'Não foi possível gravar o pacote temporário na unidade USB.'
+    STAGING = 'Não foi possível criar staging: '
     EXTRACTION = 'Falha ao extrair ZIP: '
     INCOMPLETE = 'Pacote sem arquivo obrigatório: '
 
@@ -56,19 +57,19 @@ class Update(Command):
 
     def faults(self, calls):
         later = self.stages()
-        messages, has_staged = (self.AREA,), False
+        messages, is_staged = (self.AREA,), False
         for call in calls:
             if self.in_unzip:
                 messages = (self.EXTRACTION, self.INCOMPLETE)
             elif call.paths.endswith('/package.zip') and call.verb == 'create':
                 # The last bytes go out when the file is closed, where nobody asks: unzip finds out.
                 messages = (self.PACKAGE, self.EXTRACTION)
-            elif call.verb == 'mkdir' and call.paths.endswith('/extracted'):
-                messages = ('Não foi possível criar staging: ',)
-            elif call.verb == 'syncfs' and not has_staged:
-                messages, has_staged = next(later), True
+            elif call.verb == 'open' and call.paths == 'Tessarine/.update-TIME' and not is_staged:
+                messages = (self.STAGING,)
+            elif call.verb == 'syncfs' and call.paths == 'Tessarine' and messages == (self.STAGING,):
+                messages, is_staged = next(later), True
             yield from self.faults_of(call, messages)
-            if call.verb == 'fsync' and call.paths == 'Tessarine':
+            if is_staged and call.verb == 'fsync' and call.paths == 'Tessarine':
                 messages = next(later)
 
     def faults_of(self, call, messages):
@@ -84,7 +85,7 @@ class Update(Command):
 
     @staticmethod
     def is_of_update(name):
-        return name.startswith(('Tessarine/windows', 'Tessarine/linux', 'Tessarine/.update-', STATE))
+        return name_in_the_end(name).startswith(('Tessarine/windows', 'Tessarine/linux', 'Tessarine/.update-', STATE))
 
     def broken_on_drive(self, fault, outcome, now):
         olds, news = ({bundle: below(entries, f'Tessarine/{bundle}') for bundle in ('windows', 'linux')}

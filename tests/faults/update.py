@@ -7,7 +7,7 @@ import subprocess
 from small_drive import STATE, below, differences, tree
 from faults import ERRORS, HALF, KILL, Fault
 from command import Command
-from drive_calls import is_temporary, name_in_the_end
+from drive_calls import is_temporary
 
 STAGING = re.compile(r'Tessarine/\.update-\d{14}(/|$)')
 BACKUP = re.compile(r'Tessarine/(windows|linux)\.backup-\d{14}(/|$)')
@@ -85,7 +85,9 @@ class Update(Command):
 
     @staticmethod
     def is_of_update(name):
-        return name_in_the_end(name).startswith(('Tessarine/windows', 'Tessarine/linux', 'Tessarine/.update-', STATE))
+        # On FAT staging is made under a name with one dot more.
+        return name.startswith(('Tessarine/windows', 'Tessarine/linux', 'Tessarine/.update-', 'Tessarine/..update-',
+                                STATE))
 
     def broken_on_drive(self, fault, outcome, now):
         olds, news = ({bundle: below(entries, f'Tessarine/{bundle}') for bundle in ('windows', 'linux')}

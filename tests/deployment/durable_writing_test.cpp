@@ -223,6 +223,7 @@ private Q_SLOTS:
         const qsizetype before = openDescriptors();
         QVERIFY(FileSystemSync(drive.path()).sync());
         QVERIFY(replace(drive.path("file"), "new"));
+        QVERIFY(FileSystemSync(drive.path()).syncRenamed("file"));
         QCOMPARE(openDescriptors(), before);
     }
 };

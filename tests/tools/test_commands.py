@@ -150,11 +150,13 @@ def test_program_without_a_display_says_what_to_do(checkout, display):
                   "let 'script/run --demo' show the program without one.")
 
 
-def test_suite_that_is_started_by_hand_without_a_display_names_what_gives_it_one(checkout):
+@pytest.mark.parametrize('display', [['--unset=DISPLAY'], ['DISPLAY='], ['DISPLAY=:4321']],
+                         ids=['no-display', 'empty-display', 'display-that-does-not-answer'])
+def test_suite_that_is_started_by_hand_without_a_display_names_what_gives_it_one(checkout, display):
     suite = pathlib.Path(os.environ['TESSARINE_BINARY_DIR'], 'tests/app/about_test')
-    result = checkout.run('env', '--unset=QT_QPA_PLATFORM', suite)
+    result = checkout.run('env', '--unset=QT_QPA_PLATFORM', *display, suite)
     assert (result.returncode, result.stdout) == (1, '')
-    assert result.stderr == ('This suite opens windows and there is no display: '
+    assert result.stderr == ('This suite opens windows and no display answers: '
                              f'start it with tests/support/with-display {suite}\n')
 
 

@@ -20,7 +20,8 @@ exec /usr/sbin/chroot /mnt "$@"
 """, 'sh']
 
 
-@pytest.mark.parametrize('surroundings', [[], IN_CHROOT], ids=['here', 'in-chroot'])
+@pytest.mark.parametrize('surroundings', [['env', 'DISPLAY=:4321'], IN_CHROOT],
+                         ids=['display-that-does-not-answer', 'in-chroot'])
 def test_demo_shows_what_it_claims(surroundings):
     old = ROOT / 'build' / 'demo' / '00-old.png'
     old.parent.mkdir(exist_ok=True)

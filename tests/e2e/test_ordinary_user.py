@@ -17,6 +17,7 @@ def linux_source(build):
     assert os.geteuid() != 0 and shutil.which('ldconfig') is None
     bundles = [directory / 'app' / 'bundles' for directory in {build, ROOT / 'build' / 'release'}]
     for directory in bundles:
+        shutil.rmtree(directory, ignore_errors=True)  # what a developer tries things with
         (directory / 'linux-x64').mkdir(parents=True)
         shutil.copy2(build / 'tests' / 'sample-app' / '1.0.0' / 'Tessarine', directory / 'linux-x64')
     yield

@@ -16,20 +16,25 @@ def test_picture_in_the_readme_shows_todays_window(installed, tmp_path):
         file = installed.parent / 'bundles' / bundle
         file.parent.mkdir(parents=True)
         file.touch()
-    assert any(differing_pixels(picture_of_start(installed, tmp_path / f'{start}.png')) == 0
-               for start in range(STARTS)), \
+    starts = (picture_of_start(installed, tmp_path / f'{start}.png') for start in range(STARTS))
+    assert any(is_as_in_the_readme(*start) for start in starts), \
         'docs/window.png is out of date: run tools/demo and put build/demo/01-window.png there'
 
 
 def picture_of_start(program, file):
+    """The picture, and where on the screen the list of drives is."""
     with Manager(program) as manager:
         manager.wait_for(lambda: manager.main.has('active') and is_painted(manager.main), 'the painted window')
         picture_of(window_id(manager.main), file)
-    return file
+        return file, manager.main.labelled('combo box', 'Unidade USB:').rectangle
 
 
-def differing_pixels(picture):
-    """How many there are, or more than any picture has if the sizes differ."""
-    comparison = subprocess.run(['compare', '-metric', 'AE', PICTURE, picture, 'null:'],
-                                stderr=subprocess.PIPE, text=True, check=False)
-    return float(comparison.stderr) if comparison.returncode in (0, 1) else float('inf')
+def is_as_in_the_readme(picture, drives):
+    return pixels_without(drives, picture) == pixels_without(drives, PICTURE)
+
+
+def pixels_without(drives, picture):
+    """The whole screen's but for those of the list of drives, whose line newer Qt draws a pixel aside."""
+    left, top, width, height = drives
+    return subprocess.run(['convert', picture, '-flatten', '-region', f'{width}x{height}+{left}+{top}',
+                           '-colorize', '100', 'rgb:-'], check=True, stdout=subprocess.PIPE).stdout

@@ -1,99 +1,100 @@
 #include "tests/app/HostileCases.h"
-#include "tests/app/UpdateSituation.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/PeakMemory.h"
 #include "tests/support/TemporaryFileSystem.h"
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 // A drive that somebody else has prepared. The program may refuse it; it follows no link off the
 // drive and waits for nothing that never comes.
-class HostileDriveTest : public UpdateSituation
+class HostileDriveTest : public HostileCases
 {
     Q_OBJECT
 
-    std::unique_ptr<Drive> host;
-    HostileCases cases{QStringLiteral("drive")};
     const QString stateName = QStringLiteral("Tessarine/update-state.json");
 
-    // In the place of the file.
-    void putLink(const QString &name, const QString &target)
+    const dev_t deviceWithoutEnd = makedev(1, 5); // /dev/zero, see null(4)
+
+    QString outcomeOfUpdate(const QString &name = QString::fromUtf8(QTest::currentDataTag()))
     {
-        QFile::remove(drive->path(name));
-        drive->link(name, target);
+        return outcomeOf([this] { agreeToUpdate(); }, name);
     }
 
-    QString updateAndNote(const QString &name, const QString &driveAfterwards)
+    void compareUnknownVersion() const
     {
-        const QStringList onHost = host->tree();
-        QElapsedTimer clock;
-        clock.start();
-        agreeToUpdate();
-        cases.note(lastBox().text, clock, driveAfterwards, name);
-        if (host->tree() != onHost)
-            return QStringLiteral("The host's files have changed");
-        return lastBox().text;
+        const QString question = user->texts().value(0);
+        QVERIFY2(question.contains(QStringLiteral("Versão instalada: desconhecida")),
+                 qPrintable(question));
+    }
+
+    void compareNotPrepared() const
+    {
+        compareInformation(QStringLiteral(
+            "A unidade selecionada ainda não possui uma estrutura Tessarine preparada."));
     }
 
 private Q_SLOTS:
     void initTestCase() { openServer(); }
     void cleanupTestCase()
     {
-        cases.write();
+        writeTables(QStringLiteral("drive"));
         server.reset();
     }
     void init()
     {
         begin();
         prepareDrive(smallDrive());
-        host = std::make_unique<Drive>();
-        host->write(QStringLiteral("document"), "precious");
     }
-    void cleanup()
-    {
-        end();
-        host.reset();
-    }
+    void cleanup() { end(); }
 
     void stateThatIsNoFileCountsAsNone_data()
     {
-        QTest::addColumn<QString>("kind");
-        QTest::newRow("state that is a pipe") << QStringLiteral("pipe");
-        QTest::newRow("state that is a directory") << QStringLiteral("directory");
-        QTest::newRow("state that leads to a device without an end") << QStringLiteral("/dev/zero");
-        QTest::newRow("state that leads to itself") << QStringLiteral("itself");
+        QTest::addColumn<mode_t>("kind");
+        QTest::newRow("state that is a pipe") << mode_t(S_IFIFO);
+        QTest::newRow("state that is a device without an end") << mode_t(S_IFCHR);
+        QTest::newRow("state that is a socket") << mode_t(S_IFSOCK);
     }
     void stateThatIsNoFileCountsAsNone()
     {
-        QFETCH(QString, kind);
+        QFETCH(mode_t, kind);
         QFile::remove(drive->path(stateName));
-        if (kind == QStringLiteral("pipe"))
-            QCOMPARE(mkfifo(qPrintable(drive->path(stateName)), 0600), 0);
-        else if (kind == QStringLiteral("directory"))
+        QCOMPARE(mknod(qPrintable(drive->path(stateName)), kind | 0600, deviceWithoutEnd), 0);
+        QCOMPARE(outcomeOfUpdate(), updated);
+        compareUnknownVersion();
+        QVERIFY(lastBox().text.startsWith(QStringLiteral("Atualização concluída.")));
+        QVERIFY(memoryGrowth() < 64'000'000);
+    }
+
+    void stateThatCannotBeReplacedCountsAsNoneAndStays_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("state that is a directory") << QString();
+        QTest::newRow("state that leads to a device without an end") << QStringLiteral("/dev/zero");
+        QTest::newRow("state that leads to itself") << QStringLiteral("update-state.json");
+        QTest::newRow("state that leads off the drive") << QStringLiteral("document");
+    }
+    void stateThatCannotBeReplacedCountsAsNoneAndStays()
+    {
+        QFETCH(QString, target);
+        QFile::remove(drive->path(stateName));
+        if (target.isEmpty())
             drive->makeDirectory(stateName);
         else
             drive->link(stateName,
-                        kind == QStringLiteral("itself") ? drive->path(stateName) : kind);
-        QElapsedTimer clock;
-        clock.start();
-        update();
-        cases.note(lastBox().text, clock, QStringLiteral("as before, since the user said no"));
-        QVERIFY2(lastBox().text.contains(QStringLiteral("Versão instalada: desconhecida")),
-                 qPrintable(lastBox().text));
+                        target == QStringLiteral("document") ? host.path(target) : target);
+        QCOMPARE(outcomeOfUpdate(), updatedWithBackups);
+        compareUnknownVersion();
+        compareWarning(QStringLiteral("Não foi possível abrir o arquivo de estado: ")
+                       + drive->path(stateName));
+        QVERIFY(memoryGrowth() < 64'000'000);
     }
 
     void stateOfAGigabyteCountsAsNoneAndIsNotHeldInMemory()
     {
         drive->writeSparse(stateName, 1'000'000'000);
-        const qint64 before = TestSupport::peakMemory();
-        QElapsedTimer clock;
-        clock.start();
-        update();
-        cases.note(lastBox().text, clock, QStringLiteral("as before, since the user said no"),
-                   QStringLiteral("state of a gigabyte"));
-        QVERIFY2(lastBox().text.contains(QStringLiteral("Versão instalada: desconhecida")),
-                 qPrintable(lastBox().text));
-        QVERIFY(TestSupport::peakMemory() - before < 64'000'000);
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("state of a gigabyte")), updated);
+        compareUnknownVersion();
+        QVERIFY(memoryGrowth() < 64'000'000);
     }
 
     void tenThousandFilesInTheBundleRootAreNoBurden()
@@ -101,58 +102,42 @@ private Q_SLOTS:
         prepareDrive(std::make_unique<Drive>());
         for (int number = 0; number < 10'000; ++number)
             drive->write(QStringLiteral("Tessarine/garbage %1").arg(number), {});
-        const qint64 before = TestSupport::peakMemory();
-        QVERIFY(updateAndNote(QStringLiteral("ten thousand files in `Tessarine`"),
-                              QStringLiteral("new bundles"))
-                    .startsWith(QStringLiteral("Atualização concluída.")));
-        QVERIFY(TestSupport::peakMemory() - before < 64'000'000 + TestSupport::freedMemoryKept);
-        QVERIFY(drive->exists(QStringLiteral("Tessarine/garbage 9999")));
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("ten thousand files in `Tessarine`")), updated);
+        QVERIFY(memoryGrowth() < 64'000'000 + TestSupport::freedMemoryKept);
     }
 
-    void stateThatLeadsOffTheDriveIsNotWrittenThrough()
+    void bundleRootThatIsNoDirectoryOfTheDriveIsNone_data()
     {
-        putLink(stateName, host->path(QStringLiteral("document")));
-        QCOMPARE(updateAndNote(QStringLiteral("state that leads off the drive"),
-                               QStringLiteral("new bundles, both backups")),
-                 QStringLiteral("Não foi possível abrir o arquivo de estado: ")
-                     + drive->path(stateName));
+        QTest::addColumn<QString>("target");
+        QTest::newRow("`Tessarine` that is a file") << QString();
+        QTest::newRow("`Tessarine` that leads to itself") << QStringLiteral("Tessarine");
+        QTest::newRow("`Tessarine` that leads off the drive") << QStringLiteral("host");
     }
-
-    void bundleRootThatLeadsOffTheDriveIsNone()
+    void bundleRootThatIsNoDirectoryOfTheDriveIsNone()
     {
+        QFETCH(QString, target);
         QDir(drive->path(QStringLiteral("Tessarine"))).removeRecursively();
-        host->write(QStringLiteral("windows/document"), "precious");
-        drive->link(QStringLiteral("Tessarine"), host->path());
-        QCOMPARE(updateAndNote(QStringLiteral("`Tessarine` that leads off the drive"),
-                               QStringLiteral("as before")),
-                 QStringLiteral(
-                     "A unidade selecionada ainda não possui uma estrutura Tessarine preparada."));
+        host.write(QStringLiteral("windows/document"), "precious");
+        if (target.isEmpty())
+            drive->write(QStringLiteral("Tessarine"), "x");
+        else
+            drive->link(QStringLiteral("Tessarine"),
+                        target == QStringLiteral("host") ? host.path() : target);
+        QCOMPARE(outcomeOfUpdate(), asBefore);
+        compareNotPrepared();
+        QVERIFY(memoryGrowth() < 64'000'000);
     }
 
-    void bundleRootThatCannotBeEnteredIsNone_data()
-    {
-        QTest::addColumn<bool>("isFile");
-        QTest::newRow("`Tessarine` that is a file") << true;
-        QTest::newRow("`Tessarine` without permissions") << false;
-    }
     void bundleRootThatCannotBeEnteredIsNone()
     {
-        QFETCH(bool, isFile);
-        const QString root = drive->path(QStringLiteral("Tessarine"));
-        if (isFile) {
-            QDir(root).removeRecursively();
-            drive->write(QStringLiteral("Tessarine"), "x");
-        } else {
-            QCOMPARE(chmod(QFile::encodeName(root), 0), 0);
-        }
-        const QStringList before = drive->tree();
-        QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
-        const QString message =
-            updateAndNote(QString::fromUtf8(QTest::currentDataTag()), QStringLiteral("as before"));
-        QCOMPARE(seteuid(0), 0);
-        QCOMPARE(message, QStringLiteral("A unidade selecionada ainda não possui uma estrutura "
-                                         "Tessarine preparada."));
-        QCOMPARE(drive->tree(), before);
+        QCOMPARE(chmod(QFile::encodeName(drive->path(QStringLiteral("Tessarine"))), 0), 0);
+        const auto update = [this] {
+            QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
+            agreeToUpdate();
+            QCOMPARE(seteuid(0), 0);
+        };
+        QCOMPARE(outcomeOf(update, QStringLiteral("`Tessarine` without permissions")), asBefore);
+        compareNotPrepared();
     }
 
     void bundleThatIsAPipeIsNotWaitedFor()
@@ -160,35 +145,24 @@ private Q_SLOTS:
         const QString bundle = drive->path(QStringLiteral("Tessarine/windows"));
         QDir(bundle).removeRecursively();
         QCOMPARE(mkfifo(qPrintable(bundle), 0600), 0);
-        const QStringList before = drive->names();
-        QCOMPARE(
-            updateAndNote(QStringLiteral("`windows` that is a pipe"), QStringLiteral("as before")),
-            QStringLiteral("Não foi possível criar backup de: ") + bundle);
-        QCOMPARE(drive->names(), before);
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("`windows` that is a pipe")), asBefore);
+        compareWarning(QStringLiteral("Não foi possível criar backup de: ") + bundle);
     }
 
     void bundleThatIsAMountPointIsNotReplaced()
     {
         const QString bundle = drive->path(QStringLiteral("Tessarine/windows"));
         const TestSupport::TemporaryFileSystem other(bundle);
-        QCOMPARE(updateAndNote(QStringLiteral("`windows` that is a mount point"),
-                               QStringLiteral("as before")),
-                 QStringLiteral("Não foi possível criar backup de: ") + bundle);
-        QCOMPARE(bundleNames(),
-                 QStringList({"README.txt", "linux", "update-state.json", "windows"}));
-        QCOMPARE(read(QStringLiteral("linux/Tessarine")), QByteArray("1.0.0"));
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("`windows` that is a mount point")), asBefore);
+        compareWarning(QStringLiteral("Não foi possível criar backup de: ") + bundle);
     }
 
     void bundleThatLeadsOffTheDriveIsReplacedAndNotFollowed()
     {
         QDir(drive->path(QStringLiteral("Tessarine/windows"))).removeRecursively();
-        drive->link(QStringLiteral("Tessarine/windows"), host->path());
-        QVERIFY(updateAndNote(QStringLiteral("`windows` that leads off the drive"),
-                              QStringLiteral("new bundles"))
-                    .startsWith(QStringLiteral("Atualização concluída.")));
-        QVERIFY(!QFileInfo(drive->path(QStringLiteral("Tessarine/windows"))).isSymLink());
-        QCOMPARE(bundleNames(),
-                 QStringList({"README.txt", "linux", "update-state.json", "windows"}));
+        drive->link(QStringLiteral("Tessarine/windows"), host.path());
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("`windows` that leads off the drive")), updated);
+        compareInformation(QStringLiteral("Atualização concluída.\n\nVersão instalada: 1.1.0"));
     }
 
     void stagingThatStandsThereAlreadyIsNotUsed()
@@ -198,11 +172,10 @@ private Q_SLOTS:
         for (int second = 0; second < 600; ++second)
             drive->link(QStringLiteral("Tessarine/.update-")
                             + now.addSecs(second).toString(QStringLiteral("yyyyMMddHHmmss")),
-                        host->path());
-        QCOMPARE(updateAndNote(QStringLiteral("link off the drive where staging is made"),
-                               QStringLiteral("as before")),
-                 QStringLiteral("Não foi possível criar área temporária na unidade USB."));
-        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.0.0"));
+                        host.path());
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("link off the drive where staging is made")),
+                 asBefore);
+        compareWarning(QStringLiteral("Não foi possível criar área temporária na unidade USB."));
     }
 
     void driveOfAnyNameIsNamedAsItStands_data()
@@ -221,10 +194,7 @@ private Q_SLOTS:
                       mountPoint + QStringLiteral("/Tessarine"));
         openWindowOver({mountedVolume(name, mountPoint)});
         QCOMPARE(window->deviceCombo->itemText(0), name + QStringLiteral(" (") + mountPoint + u')');
-        QElapsedTimer clock;
-        clock.start();
-        update();
-        cases.note(lastBox().text, clock, QStringLiteral("as before, since the user said no"));
+        QCOMPARE(outcomeOf([this] { updateAnswering(QStringLiteral("Não")); }), asBefore);
         QVERIFY2(lastBox().text.startsWith(
                      QStringLiteral("Atualizar Tessarine na unidade %1?\n").arg(mountPoint)),
                  qPrintable(lastBox().text));
@@ -244,10 +214,8 @@ private Q_SLOTS:
                  QStringLiteral("PEN\uFFFD\uFFFD (%1)").arg(shown));
 
         const QStringList before = drive->tree();
-        QCOMPARE(updateAndNote(QStringLiteral("mount point that is no UTF-8"),
-                               QStringLiteral("as before")),
-                 QStringLiteral(
-                     "A unidade selecionada ainda não possui uma estrutura Tessarine preparada."));
+        QCOMPARE(outcomeOfUpdate(QStringLiteral("mount point that is no UTF-8")), asBefore);
+        compareNotPrepared();
         window->linuxSource = {.executablePath = drive->path(QStringLiteral("documento.txt")),
                                .directoryPath = drive->path(),
                                .fromBuildTree = false};

@@ -309,11 +309,11 @@ private Q_SLOTS:
     void toolThatPrintsWithoutEndIsKilledBeforeItFillsTheMemory()
     {
         stubUnzip("exec yes error >&2\n");
-        const qint64 before = TestSupport::peakMemory();
+        const TestSupport::PeakMemoryWatch memory;
         const QString outcome = extract("zip").left(100);
         QVERIFY2(outcome.startsWith(QStringLiteral("Falha ao extrair ZIP: error\n")),
                  qPrintable(outcome));
-        QVERIFY(TestSupport::peakMemory() - before < 256'000'000);
+        QVERIFY(memory.growth() < 256'000'000);
     }
 
     void toolIsCalledQuietlyAndOverwriting()
@@ -560,9 +560,9 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, script);
         const TestSupport::StubCommand pgrep(QStringLiteral("pgrep"), script);
-        const qint64 before = TestSupport::peakMemory();
+        const TestSupport::PeakMemoryWatch memory;
         QCOMPARE(isMainApplicationRunning(), true);
-        QVERIFY(TestSupport::peakMemory() - before < 128'000'000);
+        QVERIFY(memory.growth() < 128'000'000);
     }
 
     void mainApplicationIsFoundByItsExactName_data()

@@ -9,7 +9,7 @@
 using Tessarine::Deployment::PortableBundleManager;
 using Tessarine::Deployment::PortableBundleResult;
 using TestSupport::Drive;
-using TestSupport::peakMemory;
+using TestSupport::PeakMemoryWatch;
 using TestSupport::StubCommand;
 
 // ldd and ldconfig as a hostile host may have them.
@@ -29,7 +29,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, script);
         const StubCommand ldd("ldd", script);
         const StubCommand ldconfig("ldconfig", script);
-        const qint64 before = peakMemory();
+        const PeakMemoryWatch memory;
         QElapsedTimer clock;
         clock.start();
         QCOMPARE(PortableBundleManager().linuxLibraryDependencies("/bin/sh"), QStringList());
@@ -37,7 +37,7 @@ private Q_SLOTS:
         PortableBundleResult result;
         QVERIFY(!PortableBundleManager().copyLinuxTlsLibraries(drive.path(), &result));
         QCOMPARE(result.message, "Nao foi possivel localizar bibliotecas TLS do Linux.");
-        QVERIFY(peakMemory() - before < 128'000'000);
+        QVERIFY(memory.growth() < 128'000'000);
         QVERIFY2(clock.elapsed() < 30'000, "it is killed and not waited for");
     }
 

@@ -104,9 +104,9 @@ private Q_SLOTS:
         const Drive drive = Drive::tmpfs(64 * mebibyte);
         for (int number = 0; number < 10'000; ++number)
             drive.write(QStringLiteral("Tessarine/garbage %1").arg(number), {});
-        const qint64 before = TestSupport::peakMemory();
+        const TestSupport::PeakMemoryWatch memory;
         QCOMPARE(prepare(drive, m_bundles.both()), prepared);
-        QVERIFY(TestSupport::peakMemory() - before < 32'000'000 + TestSupport::freedMemoryKept);
+        QVERIFY(memory.growth() < 32'000'000 + TestSupport::freedMemoryKept);
         QVERIFY(drive.exists("Tessarine/garbage 9999"));
     }
 };

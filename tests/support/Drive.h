@@ -4,7 +4,6 @@
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -15,6 +14,7 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
 
 namespace TestSupport
@@ -106,19 +106,20 @@ public:
 
     bool exists(const QString &name) const { return QFileInfo::exists(path(name)); }
 
-    // Every entry below the root, hidden ones too, sorted: "directory/", "link -> target",
-    // "file: contents" (size and SHA-256 of contents of more than 80 bytes).
+    // Every entry below the root, hidden ones and names that are no UTF-8 too, sorted:
+    // "directory/", "link -> target", "file: contents" (size and a hash of contents of more than
+    // 80 bytes), "pipe: no file".
     QStringList tree(const QString &below = {}) const
     {
-        return listing(below, [](const QFileInfo &file) {
-            return QStringLiteral(": ") + describe(file.absoluteFilePath());
+        return listing(below, [](const std::filesystem::path &file) {
+            return QStringLiteral(": ") + describe(file);
         });
     }
 
     // The same without the contents of files.
     QStringList names(const QString &below = {}) const
     {
-        return listing(below, [](const QFileInfo &) { return QString(); });
+        return listing(below, [](const std::filesystem::path &) { return QString(); });
     }
 
     qint64 bytesFree() const { return QStorageInfo(path()).bytesAvailable(); }
@@ -218,33 +219,41 @@ private:
         return done;
     }
 
-    static QString describe(const QString &path)
+    static QString describe(const std::filesystem::path &path)
     {
-        QFile file(path);
-        file.open(QIODevice::ReadOnly);
-        const QByteArray contents = file.readAll();
-        if (contents.size() <= 80)
-            return QString::fromUtf8(contents);
-        const QByteArray hash = QCryptographicHash::hash(contents, QCryptographicHash::Sha256);
+        // A pipe would be waited for, and a device may have no end.
+        if (!is_regular_file(path))
+            return QStringLiteral("no file");
+        QFile file;
+        file.open(open(path.c_str(), O_RDONLY | O_CLOEXEC), QIODevice::ReadOnly,
+                  QFile::AutoCloseHandle);
+        if (file.size() <= 80)
+            return QString::fromUtf8(file.readAll());
+        QCryptographicHash hash(QCryptographicHash::Md5);
+        hash.addData(&file);
         return QStringLiteral("%1 bytes, %2")
-            .arg(QString::number(contents.size()), QString::fromLatin1(hash.toHex()));
+            .arg(QString::number(file.size()), QString::fromLatin1(hash.result().toHex()));
     }
 
     template <typename Describe>
     QStringList listing(const QString &below, const Describe &contents) const
     {
+        using Walk = std::filesystem::recursive_directory_iterator;
+        const auto text = [](const std::filesystem::path &path) {
+            return QFile::decodeName(path.c_str());
+        };
         QStringList lines;
-        const QDir root(path(below));
-        QDirIterator entries(root.path(),
-                             QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                             QDirIterator::Subdirectories);
-        while (entries.hasNext()) {
-            const QFileInfo entry(entries.next());
-            const QString name = root.relativeFilePath(entry.absoluteFilePath());
-            if (entry.isSymLink())
-                lines << name + QStringLiteral(" -> ") + entry.symLinkTarget();
+        const std::filesystem::path root(QFile::encodeName(path(below)).toStdString());
+        std::error_code error;
+        for (Walk entry(root, std::filesystem::directory_options::skip_permission_denied, error);
+             entry != Walk(); entry.increment(error)) {
+            const QString name = text(entry->path().lexically_relative(root));
+            if (entry->is_symlink(error))
+                lines << name + QStringLiteral(" -> ") + text(read_symlink(entry->path(), error));
             else
-                lines << (entry.isDir() ? name + u'/' : name + contents(entry));
+                lines << name
+                             + (entry->is_directory(error) ? QStringLiteral("/")
+                                                           : contents(entry->path()));
         }
         lines.sort();
         return lines;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QtGlobal>
+#include "tests/support/Missing.h"
 
-#include <sys/resource.h>
+#include <QFile>
 
 namespace TestSupport
 {
@@ -14,12 +14,32 @@ inline constexpr qint64 freedMemoryKept = 268'435'456;
 inline constexpr qint64 freedMemoryKept = 0;
 #endif
 
-// Most memory that this process has had so far, in bytes.
-inline qint64 peakMemory()
+// How far this process grows, at its peak, beyond what it holds when the object is made (proc(5)).
+class PeakMemoryWatch
 {
-    struct rusage usage = {};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss * qint64(1024);
-}
+public:
+    PeakMemoryWatch()
+    {
+        QFile peak(QStringLiteral("/proc/self/clear_refs"));
+        // The peak begins anew at what is in memory now.
+        if (!peak.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || peak.write("5") != 1)
+            reportMissing(QStringLiteral("No peak of the memory: ") + peak.errorString());
+        m_before = bytesOf("VmRSS:");
+    }
+
+    qint64 growth() const { return bytesOf("VmHWM:") - m_before; }
+
+private:
+    static qint64 bytesOf(const QByteArray &field)
+    {
+        QFile status(QStringLiteral("/proc/self/status"));
+        status.open(QIODevice::ReadOnly);
+        const QByteArray text = status.readAll();
+        const QByteArray rest = text.mid(text.indexOf(field) + field.size()).trimmed();
+        return rest.left(rest.indexOf(' ')).toLongLong() * 1024;
+    }
+
+    qint64 m_before;
+};
 
 } // namespace TestSupport

@@ -72,7 +72,7 @@ def check_refusal(checkout, result, sentence):
 
 @pytest.mark.parametrize('surroundings, sentence', [
     pytest.param(ORDINARY_USER,
-                 "the tests mount drives and need root: 'sudo script/test'.", id='without-root'),
+                 "this mounts drives and needs root: 'sudo script/test'.", id='without-root'),
     pytest.param(MAY_NOT_MOUNT,
                  'root may not mount here: use a machine of its own, or a container with --privileged.',
                  id='root-that-may-not-mount'),
@@ -90,7 +90,7 @@ def test_tests_name_what_they_lack(checkout, surroundings, sentence):
 @pytest.mark.parametrize('argument', ['release', '--next', '--faults', '--fuzz', '--machine'])
 def test_tests_of_one_preset_or_release_need_root_too(checkout, argument):
     check_refusal(checkout, checkout.run(*ORDINARY_USER, 'script/test', argument),
-                  f'script/test {argument}: the tests mount drives and need root: '
+                  f'script/test {argument}: this mounts drives and needs root: '
                   f"'sudo script/test {argument}'.")
 
 
@@ -137,6 +137,17 @@ def test_demo_of_root_who_may_not_mount_says_what_to_do(checkout):
                   '--privileged.')
 
 
+def test_benchmarks_name_the_root_that_they_need(checkout):
+    check_refusal(checkout, checkout.run(*ORDINARY_USER, 'script/bench'),
+                  "script/bench: this mounts drives and needs root: 'sudo script/bench'.")
+
+
+def test_benchmarks_need_no_namespaces_of_ordinary_users(checkout):
+    result = checkout.run(*ROOT_OF_A_NAMESPACE, *WITHOUT_LOOP_DEVICES, 'script/bench')
+    check_refusal(checkout, result, "script/bench: there are no loop devices here: 'modprobe loop', or "
+                  "give the container the machine's /dev.")
+
+
 def test_demo_of_what_has_not_been_built_says_what_builds_it(checkout):
     check_refusal(checkout, checkout.run('tools/demo', 'build'),
                   f'tools/demo: nothing has been built in {checkout.directory}/build yet: '
@@ -161,7 +172,8 @@ def test_suite_that_is_started_by_hand_without_a_display_names_what_gives_it_one
 
 
 def test_machine_that_lacks_nothing_is_passed_in_silence(checkout):
-    result = checkout.run(DISPLAY, 'script/require', 'it', 'display', 'namespaces', 'root', 'loop', 'git')
+    result = checkout.run(DISPLAY, 'script/require', 'it', 'display', 'namespaces', 'root', 'users', 'loop',
+                          'git')
     assert (result.returncode, result.stdout, result.stderr) == (0, '', '')
 
 

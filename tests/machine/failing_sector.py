@@ -80,7 +80,7 @@ def work(shared, label):
 
 def run(shared, drives):
     labels = [drive.name for drive in drives]
-    host.run(__file__, 'inside', shared, drives, *labels, limit=3600)
+    host.run(__file__, 'inside', shared, drives, *labels)
     notes = {label: json.loads((shared / f'{label}.json').read_text()) for label in labels}
     for of_label in notes.values():
         for note in of_label.values():

@@ -41,7 +41,7 @@ def stick(folder, label, file_system, mebibytes, **unit):
     return machine.Drive(label, [machine.Unit(image, **unit)])
 
 
-def run(scenario, part, folder, drives, *arguments, limit=1200):
+def run(scenario, part, folder, drives, *arguments, limit=3600):
     """Runs that part of the scenario in a guest, and ends when it fails."""
     if machine.run(['/usr/bin/python3', '-B', scenario, part, folder, *arguments], drives, [folder], limit=limit):
         sys.exit(f'{pathlib.Path(scenario).name}: {part} failed')

@@ -132,7 +132,7 @@ def wrong_with(seen):
 
 def main():
     with host.shared_folder() as folder:
-        disc = image(folder, 'disc', 'mkfs.vfat', '-n', 'DISCO')
+        disc = image(folder, 'disc', 'mkfs.vfat', '-S', '2048', '-n', 'DISCO')
         disc.optical = True
         accent = image(folder, 'accent', 'mkfs.vfat', '-n', 'AVI-O AZUL')
         relabel(accent, 'AVI-O AZUL', 'AVIÃO AZUL')

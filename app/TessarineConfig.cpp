@@ -505,7 +505,7 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
         return false;
     }
     QProcess unzip;
-    limitOutput(&unzip);
+    limitOutput(&unzip, 65'536); // all of it is shown
     // unzip asks on a full drive and for the password of an encrypted entry. Without input and
     // without a terminal to turn to it gives up at once, instead of waiting for an answer.
     unzip.setStandardInputFile(QProcess::nullDevice());
@@ -1199,7 +1199,9 @@ void ConfigWindow::locateSources()
 
 void ConfigWindow::log(const QString &line)
 {
-    logView->append(asLiteralText(line));
+    constexpr qsizetype longest = 10'000; // characters; for millions the window takes many minutes
+    logView->append(
+        asLiteralText(line.size() <= longest ? line : line.left(longest) + QStringLiteral("...")));
 }
 
 void ConfigWindow::refreshDevices()

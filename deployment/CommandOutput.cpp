@@ -8,23 +8,23 @@ namespace Tessarine::Deployment
 namespace
 {
 
-constexpr qint64 outputLimit = 4'194'304; // bytes; `ldconfig -p` prints some hundred thousand
-
-void killBeyondLimit(QProcess *process, QProcess::ProcessChannel channel)
+void killBeyondLimit(QProcess *process, QProcess::ProcessChannel channel, qint64 limit)
 {
     process->setReadChannel(channel);
-    if (process->bytesAvailable() > outputLimit)
+    if (process->bytesAvailable() > limit)
         process->kill();
 }
 
 } // namespace
 
-void limitOutput(QProcess *process)
+void limitOutput(QProcess *process, qint64 limit)
 {
-    QObject::connect(process, &QProcess::readyReadStandardOutput, process,
-                     [process] { killBeyondLimit(process, QProcess::StandardOutput); });
-    QObject::connect(process, &QProcess::readyReadStandardError, process,
-                     [process] { killBeyondLimit(process, QProcess::StandardError); });
+    QObject::connect(process, &QProcess::readyReadStandardOutput, process, [process, limit] {
+        killBeyondLimit(process, QProcess::StandardOutput, limit);
+    });
+    QObject::connect(process, &QProcess::readyReadStandardError, process, [process, limit] {
+        killBeyondLimit(process, QProcess::StandardError, limit);
+    });
 }
 
 } // namespace Tessarine::Deployment

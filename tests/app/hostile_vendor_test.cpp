@@ -93,6 +93,18 @@ private Q_SLOTS:
                          QStringLiteral("notes of 4.5 million characters"));
     }
 
+    void lineOfAnyLengthIsCutInTheLog()
+    {
+        publishWith(QStringLiteral("version"), QStringLiteral("0\n").repeated(10000));
+        updateAndCompare(QStringLiteral("A unidade já está atualizada."), asBefore,
+                         QStringLiteral("version of ten thousand lines"));
+        const QString logged = newLogLines().join(u'\n');
+        QVERIFY(logged.startsWith(
+            QStringLiteral("Nenhuma atualização disponível. Instalado: 1.0.0 | Remoto: 0\n0\n")));
+        QCOMPARE(logged.size(), 10'003);
+        QVERIFY(logged.endsWith(QStringLiteral("...")));
+    }
+
     void redirectThatLeadsAstrayIsRefused_data()
     {
         QTest::addColumn<QUrl>("target");

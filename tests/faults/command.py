@@ -13,7 +13,7 @@ from faults import ERRORS, KILL, Fault
 from drive_calls import AS_ON_FAT, TRACED, name_on
 
 TIME_LIMIT = 120  # seconds; a run takes a fraction of one
-TRIES = 9  # to meet a call; how many come before it may vary by a few
+TRIES = 9  # to meet a call: how many come before it may vary by a few; or to repeat an update
 HANGS = 'hangs'
 USERS_FILES = {'documento.txt': 'precious', 'tessarine.tsrn': 'secret', 'fotos/praia.jpg': 'picture',
                'Tessarine/anotacoes.txt': 'notes'}
@@ -42,8 +42,9 @@ class Command:
     # Further messages that a drive which fills, fails or goes may have.
     MESSAGES_OF_DRIVE = ('Espaco insuficiente na unidade USB.',)
 
-    def __init__(self, name, binaries, files, on_ext4=False, as_on_fat=False):
+    def __init__(self, name, binaries, files, on_ext4=False, as_on_fat=False, in_short=False):
         self.name, self.binaries, self.on_ext4, self.as_on_fat = name, binaries, on_ext4, as_on_fat
+        self.in_short = in_short  # the short choice is all that is swept
         self.files = {**USERS_FILES, **files}
         self.asking = []  # strace's options for what the drive answers
         self.undisturbed, self.before, self.after, self.between_files = None, {}, {}, set()

@@ -9,7 +9,8 @@ must hold on a user's drive is checked on the whole tree. A fault in unzip is on
 
   unshare --mount --pid --fork --kill-child --mount-proc fault_sweep.py BINARY-DIRECTORY [COMMANDS]
 
-COMMANDS is a pattern of names such as "update, ext4"; all without it.
+COMMANDS is a pattern of names such as "update, ext4"; all without it. Of a command "in short" the first,
+the middle and the last call of each kind is met.
 """
 
 import collections
@@ -26,7 +27,8 @@ import tempfile
 
 from small_drive import SmallDrive
 from faults import ERRORS, HALF, KILL
-from preparation import COMPLETE_WINDOWS, OLDER, WINDOWS, Assembly, Preparation, PreparationInWindow, Registration
+from preparation import (COMPLETE_WINDOWS, OLDER, WINDOWS, Assembly, AssemblyInWindow, Preparation,
+                         PreparationInWindow, Registration)
 from update import INSTALLED, WITHOUT_WINDOWS, Update, Vendor
 
 
@@ -85,7 +87,11 @@ class Sweep:
         yield Assembly('preparation, assembled, ext4', self.binaries, sources, on_ext4=True)
         for kind, how in (('tmpfs', {}), ('ext4', {'on_ext4': True})):
             yield PreparationInWindow(f'preparation in the window, {kind}', self.binaries, sources, **how)
+            yield AssemblyInWindow(f'preparation in the window, assembled, {kind}, in short', self.binaries, sources,
+                                   in_short=True, **how)
             yield Registration(f'state after preparation, {kind}', self.binaries, sources, **how)
+        yield PreparationInWindow('preparation in the window, tmpfs as on FAT, in short', self.binaries, sources,
+                                  in_short=True, as_on_fat=True)
         yield Update('update, no windows, tmpfs', self.binaries, self.vendor, WITHOUT_WINDOWS)
         yield Update('unzip, tmpfs', self.binaries, self.vendor, INSTALLED, in_unzip=True)
         yield Update('unzip, ext4', self.binaries, self.vendor, INSTALLED, in_unzip=True, on_ext4=True)
@@ -123,7 +129,7 @@ def main():
             for command in sweep.commands():
                 if not re.search(pattern, command.name):
                     continue
-                tally = sweep.run(command)
+                tally = sweep.run(command, short_choice if command.in_short else list)
                 print(f'{tally}  {command.name}', *tally.broken, *tally.missed, sep='\n    ', flush=True)
                 for field in ('faults', 'kills', 'kept', 'missed', 'broken'):
                     setattr(total, field, getattr(total, field) + getattr(tally, field))

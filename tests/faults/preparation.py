@@ -14,6 +14,7 @@ COMPLETE_WINDOWS = {'Tessarine.exe': 'program', 'Qt6Core.dll': 'qt', 'platforms/
 LINUX = {'Tessarine': 'x' * (MEBIBYTE + 5000), 'qt.conf': 'settings', 'lib/libssl.so.3': 'tls',
          'plugins/platforms/libqxcb.so': 'xcb'}
 TEXTS = ('Tessarine-Windows.bat', 'Tessarine-Linux.sh', 'Tessarine/README.txt')
+QT_PLUGINS = '/usr/lib/x86_64-linux-gnu/qt6/plugins'
 OLDER = {**{f'Tessarine/windows/{name}': 'an older one' for name in COMPLETE_WINDOWS},
          **{f'Tessarine/linux/{name}': 'an older one' for name in LINUX},
          **{name: 'an older text' for name in TEXTS}}
@@ -22,12 +23,15 @@ OLDER = {**{f'Tessarine/windows/{name}': 'an older one' for name in COMPLETE_WIN
 class Preparation(Command):
     """Copies a complete Linux bundle, and of Windows a complete one or a program and its libraries."""
 
-    def __init__(self, name, binaries, sources, windows, older=None, **how):
-        super().__init__(name, binaries, older or {}, **how)
+    DRIVER = 'prepare_driver'
+    REGISTERED = {}
+
+    def __init__(self, name, binaries, sources, windows=WINDOWS, older=None, **how):
+        super().__init__(name, binaries, {**self.REGISTERED, **(older or {})}, **how)
         self.windows, self.sources = windows, sources / name.replace(' ', '-')
         write_all(self.sources / 'windows', windows)
         write_all(self.sources / 'linux', LINUX)
-        self.driver = binaries / 'tests/faults/prepare_driver'
+        self.driver = binaries / 'tests/faults' / self.DRIVER
 
     def command(self, drive):
         return [self.driver, 'prepare', drive.root, self.sources / 'windows/Tessarine.exe',
@@ -132,7 +136,7 @@ class Assembly(Preparation):
     MESSAGES_OF_DRIVE = (*Command.MESSAGES_OF_DRIVE, 'Nao foi possivel identificar dependencias Linux para: ')
 
     def __init__(self, name, binaries, sources, **how):
-        super().__init__(name, binaries, sources, WINDOWS, **how)
+        super().__init__(name, binaries, sources, **how)
         shutil.rmtree(self.sources / 'linux')
         self.plugins = self.sources / 'plugins'
         for directory in (self.sources / 'linux', self.plugins / 'tls'):
@@ -152,14 +156,15 @@ class Assembly(Preparation):
         return [*super().programs(), 'Tessarine/linux/Tessarine']
 
 
-class PreparationInWindow(Preparation):
+class InWindow:
     """A preparation of which the window reports, and which it registers."""
 
-    def __init__(self, name, binaries, sources, **how):
-        super().__init__(name, binaries, sources, WINDOWS, {STATE: '{"app": "Tessarine"}'}, **how)
+    DRIVER = 'window_driver'
+    REGISTERED = {STATE: '{"app": "Tessarine"}'}
 
-    def command(self, drive):
-        return [self.binaries / 'tests/faults/window_driver', *super().command(drive)[1:]]
+    def surroundings(self):
+        """With the window's own plugins, wherever those are that it copies."""
+        return ['env', f'QT_PLUGIN_PATH={QT_PLUGINS}']
 
     def swept(self, calls):
         return calls[:self.end_of_preparation(calls)]
@@ -170,6 +175,14 @@ class PreparationInWindow(Preparation):
 
     def expected(self, now):
         return {**self.after, STATE: now.get(STATE)}
+
+
+class PreparationInWindow(InWindow, Preparation):
+    """With the bundles of a Preparation."""
+
+
+class AssemblyInWindow(InWindow, Assembly):
+    """With the bundles of an Assembly."""
 
 
 class Registration(PreparationInWindow):

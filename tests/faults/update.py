@@ -6,7 +6,7 @@ import subprocess
 
 from small_drive import STATE, below, differences, tree
 from faults import ERRORS, HALF, KILL, Fault
-from command import Command
+from command import TRIES, Command
 from drive_calls import is_temporary
 
 STAGING = re.compile(r'Tessarine/\.update-\d{14}(/|$)')
@@ -135,12 +135,12 @@ class Update(Command):
             yield f'the drive differs: {difference}'
 
     def broken_afterwards(self, drive, fault):
-        if fault.cuts_off:
-            return
-        again = self.run(drive)
-        # On a very busy machine pgrep may not answer within its time.
-        while again.message.startswith('Feche o Tessarine'):
+        for _ in range(TRIES):
             again = self.run(drive)
+            # On a very busy machine pgrep may not answer within its time; and what a kill has left of
+            # staging has its name until the next second.
+            if not again.message.startswith(('Feche o Tessarine', self.AREA)):
+                break
         now = tree(drive.root)
         if again.status != 0 and not again.message.startswith('A unidade já está atualizada.'):
             yield f'a second update fails: {again}'

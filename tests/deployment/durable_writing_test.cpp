@@ -1,14 +1,19 @@
 #include "deployment/DurableWriting.h"
 #include "tests/support/Drive.h"
+#include "tests/support/OtherFileSystem.h"
 #include "tests/support/TestMain.h"
 
 #include <QSaveFile>
 #include <QTest>
 
+#include <linux/magic.h>
+
 using Tessarine::Deployment::commitFlushed;
 using Tessarine::Deployment::FileSystemSync;
+using Tessarine::Deployment::makeDirectory;
 using Tessarine::Deployment::writeBackChunk;
 using TestSupport::Drive;
+using TestSupport::OtherFileSystem;
 
 namespace
 {
@@ -33,6 +38,13 @@ class DurableWritingTest : public QObject
         QSaveFile file(path);
         return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size()
                && commitFlushed(&file);
+    }
+
+    static void addFatAndExfat()
+    {
+        QTest::addColumn<long>("type");
+        QTest::newRow("FAT") << long(MSDOS_SUPER_MAGIC);
+        QTest::newRow("exFAT") << long(EXFAT_SUPER_MAGIC);
     }
 
 private Q_SLOTS:
@@ -215,6 +227,41 @@ private Q_SLOTS:
         QVERIFY(fileSystem.has_value());
         QCOMPARE(FileSystemSync(first.path("directory")).fileSystem(), fileSystem);
         QVERIFY(FileSystemSync(second.path()).fileSystem() != fileSystem);
+    }
+
+    void onFatAFileIsReplacedAndSyncedUnderItsName_data() { addFatAndExfat(); }
+
+    void onFatAFileIsReplacedAndSyncedUnderItsName()
+    {
+        QFETCH(long, type);
+        const OtherFileSystem fat(type);
+        const Drive drive;
+        drive.write("file", "old");
+        QVERIFY(replace(drive.path("file"), "new"));
+        QCOMPARE(drive.tree(), QStringList{"file: new"});
+    }
+
+    void onFatADirectoryIsMadeWithThoseAboveIt_data() { addFatAndExfat(); }
+
+    void onFatADirectoryIsMadeWithThoseAboveIt()
+    {
+        QFETCH(long, type);
+        const OtherFileSystem fat(type);
+        const Drive drive;
+        const QStringList made{"one/", "one/two/", "one/two/three/"};
+        QVERIFY(makeDirectory(drive.path("one/two/three/")));
+        QCOMPARE(drive.tree(), made);
+        QVERIFY(makeDirectory(drive.path("one/two")));
+        QCOMPARE(drive.tree(), made);
+    }
+
+    void onFatADirectoryThatTheMediumDoesNotTakeIsNotThere()
+    {
+        const OtherFileSystem fat(MSDOS_SUPER_MAGIC);
+        const Drive drive = Drive::ext4(8 * mebibyte);
+        drive.loseMedium();
+        QVERIFY(!makeDirectory(drive.path("directory")));
+        QVERIFY(!QFileInfo::exists(drive.path("directory")));
     }
 
     void noDescriptorStaysOpen()

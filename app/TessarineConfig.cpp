@@ -505,7 +505,8 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
         return false;
     }
     QProcess unzip;
-    limitOutput(&unzip, 65'536); // all of it is shown
+    // All of it is shown. Of each file whose permissions it can't change it tells, with 56 bytes.
+    limitOutput(&unzip, 524'288);
     // unzip asks on a full drive and for the password of an encrypted entry. Without input and
     // without a terminal to turn to it gives up at once, instead of waiting for an answer.
     unzip.setStandardInputFile(QProcess::nullDevice());

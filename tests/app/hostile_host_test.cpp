@@ -125,7 +125,7 @@ private Q_SLOTS:
         QVERIFY2(lastBox().text.startsWith(message), qPrintable(lastBox().text.left(1000)));
         QVERIFY2(milliseconds() >= seconds * 1000 && milliseconds() < (seconds + 30) * 1000,
                  qPrintable(QString::number(milliseconds())));
-        QVERIFY(memoryGrowth() < 128'000'000);
+        QVERIFY(memoryGrowth() < 256'000'000);
         const QString children(stub.directory().read(command + QStringLiteral(".pid")));
         for (const QString &child : children.split(u'\n', Qt::SkipEmptyParts))
             kill(child.toInt(), SIGKILL);

@@ -200,3 +200,9 @@ class Registration(PreparationInWindow):
     def faults_of_drive(self, calls, faults):
         for fault in super().faults_of_drive(calls, faults):
             yield dataclasses.replace(fault, may_succeed=True)
+
+    def broken_on_drive(self, fault, outcome, now):
+        yield from super().broken_on_drive(fault, outcome, now)
+        registered = STATE in now and now[STATE].content == self.after[STATE].content
+        if 'Estado de atualização registrado' in outcome.message and not registered:
+            yield 'the log calls the state registered, and it is not'

@@ -9,8 +9,9 @@
 // window_driver prepare DRIVE WINDOWS-EXECUTABLE LINUX-EXECUTABLE: prepares the drive for such a
 // user.
 //
-// A command prints the text of the last box, and a line with the number of descriptors open at the
-// end. It ends with 0 for success, 1 for failure and 2 when the window doesn't answer afterwards.
+// A command prints the text of the last box, the last line of the log, and a line with the number
+// of descriptors open at the end. It ends with 0 for success, 1 for failure and 2 when the window
+// doesn't answer afterwards.
 
 #include "tests/app/UpdateSituation.h"
 #include "tests/support/BindMount.h"
@@ -91,7 +92,9 @@ int report(UpdateSituation *situation)
 {
     const QString text = situation->lastBox().text;
     const QDir descriptors(QStringLiteral("/proc/self/fd"));
-    QTextStream(stdout) << text << '\n' << descriptors.count() << '\n';
+    QTextStream(stdout) << text << '\n'
+                        << situation->window->logView->toPlainText().section(u'\n', -1) << '\n'
+                        << descriptors.count() << '\n';
     if (!answers(situation->window.get()))
         return 2;
     const bool succeeded = text.startsWith(QStringLiteral("Atualização concluída."))

@@ -128,16 +128,18 @@ private Q_SLOTS:
         QVERIFY(memoryGrowth() < 64'000'000);
     }
 
-    void bundleRootThatCannotBeEnteredIsNone()
+    void bundleRootThatCannotBeEnteredIsRefused()
     {
         QCOMPARE(chmod(QFile::encodeName(drive->path(QStringLiteral("Tessarine"))), 0), 0);
         const auto update = [this] {
+            QCOMPARE(setegid(TestSupport::unprivilegedUser), 0);
             QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
             agreeToUpdate();
             QCOMPARE(seteuid(0), 0);
+            QCOMPARE(setegid(0), 0);
         };
         QCOMPARE(outcomeOf(update, QStringLiteral("`Tessarine` without permissions")), asBefore);
-        compareNotPrepared();
+        compareWarning(QStringLiteral("Não foi possível criar área temporária na unidade USB."));
     }
 
     void bundleThatIsAPipeIsNotWaitedFor()

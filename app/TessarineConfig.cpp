@@ -506,7 +506,7 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
     }
     QProcess unzip;
     // All of it is shown. Of each file whose permissions it can't change it tells, with 56 bytes.
-    limitOutput(&unzip, 524'288);
+    limitOutput(&unzip, 262'144);
     // unzip asks on a full drive and for the password of an encrypted entry. Without input and
     // without a terminal to turn to it gives up at once, instead of waiting for an answer.
     unzip.setStandardInputFile(QProcess::nullDevice());

@@ -183,7 +183,7 @@ class Command:
         if outcome.status not in (0, 1):
             return [f'ended with {outcome}']
         broken = []
-        if int(outcome.descriptors) > int(self.undisturbed.descriptors):
+        if outcome.descriptors != self.undisturbed.descriptors:
             broken.append(f'{outcome.descriptors} descriptors open, not {self.undisturbed.descriptors}')
         if outcome.status == 0 and not fault.may_succeed:
             broken.append('success')

@@ -62,7 +62,7 @@ namespace
 
 using Tessarine::Deployment::commitFlushed;
 using Tessarine::Deployment::FileSystemSync;
-using Tessarine::Deployment::leadsOffDrive;
+using Tessarine::Deployment::leadsAstray;
 using Tessarine::Deployment::limitOutput;
 using Tessarine::Deployment::makeDirectory;
 using Tessarine::Deployment::PortableBundleManager;
@@ -315,7 +315,7 @@ bool writeUpdateState(const QString &mountPoint, const QString &version, const Q
     const QByteArray json =
         QJsonDocument(updateState(version, packageHash)).toJson(QJsonDocument::Indented);
     QSaveFile file(path);
-    if (leadsOffDrive(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+    if (leadsAstray(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text)) {
         *error = QStringLiteral("Não foi possível abrir o arquivo de estado: %1").arg(path);
         return false;
     }
@@ -561,13 +561,42 @@ bool validateExtractedPackage(const QString &extractedPath, QString *error)
     return true;
 }
 
-// QDir passes over names that are no UTF-8, which a package may bring, and leaves them.
+// Opens a tree to its removal: a package may bring directories that their owner may not write to,
+// which QDir can't empty. False if a link can't be removed: QDir would make what it leads to, which
+// may be the user's, writable, and try once more.
+bool openToRemoval(const std::filesystem::path &tree)
+{
+    namespace fs = std::filesystem;
+    const auto open = [](const fs::path &directory) {
+        std::error_code ignored;
+        if ((fs::status(directory, ignored).permissions() & fs::perms::owner_all)
+            != fs::perms::owner_all)
+            fs::permissions(directory, fs::perms::owner_all, fs::perm_options::add, ignored);
+    };
+    open(tree);
+    std::error_code error;
+    for (fs::recursive_directory_iterator entry(tree, error); entry != fs::end(entry);
+         entry.increment(error)) {
+        if (!entry->is_symlink(error)) {
+            if (entry->is_directory(error))
+                open(entry->path());
+        } else if (!fs::remove(entry->path(), error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool removeTree(const QString &path)
 {
+    const std::filesystem::path tree(QFile::encodeName(path).toStdString());
+    if (!openToRemoval(tree))
+        return false;
     if (QDir(path).removeRecursively())
         return true;
+    // QDir passes over names that are no UTF-8, which a package may bring, and leaves them.
     std::error_code error;
-    std::filesystem::remove_all(QFile::encodeName(path).toStdString(), error);
+    std::filesystem::remove_all(tree, error);
     return !error;
 }
 
@@ -1331,7 +1360,7 @@ bool ConfigWindow::copyUpdatableDevice(UsbDevice *device, QString *bundleRoot)
         return false;
     }
     *bundleRoot = bundleRootOf(device->mountPoint);
-    if (!QFileInfo(*bundleRoot).isDir() || leadsOffDrive(*bundleRoot)) {
+    if (!QFileInfo(*bundleRoot).isDir() || leadsAstray(*bundleRoot)) {
         inform(this, QStringLiteral("A unidade selecionada ainda não possui uma estrutura "
                                     "Tessarine preparada."));
         return false;

@@ -114,13 +114,14 @@ bool makeDirectory(const QString &path)
     return false;
 }
 
-bool leadsOffDrive(const QString &path)
+bool leadsAstray(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
     struct stat link = {};
     struct stat target = {};
     return lstat(name.constData(), &link) == 0 && S_ISLNK(link.st_mode)
-           && (stat(name.constData(), &target) != 0 || target.st_dev != link.st_dev);
+           && (stat(name.constData(), &target) != 0 || target.st_dev != link.st_dev
+               || !S_ISDIR(target.st_mode));
 }
 
 FileSystemSync::FileSystemSync(const QString &directory)

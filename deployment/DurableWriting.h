@@ -33,9 +33,10 @@ bool commitFlushed(QSaveFile *file);
 // either or both. On false neither is there.
 bool makeDirectory(const QString &path);
 
-// Whether a link stands at the path that leads off its file system, or nowhere. A drive may come
-// from anybody: what is written through such a link would land among the host's files.
-bool leadsOffDrive(const QString &path);
+// Whether a link stands at the path that leads off its file system, nowhere, or to a file. A drive
+// may come from anybody: what is written through such a link would land among the host's files, or
+// take the place of a document of the user's.
+bool leadsAstray(const QString &path);
 
 // Tells whether what is written to a file system reaches its medium. Make it before the writing
 // begins: Linux reports an error of the medium only to descriptors that were open when it occurred,

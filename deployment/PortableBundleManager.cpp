@@ -465,7 +465,7 @@ bool PortableBundleManager::validateBundleFitsUsb(const QString &usbRoot, const 
 
 bool PortableBundleManager::ensureDirectory(const QString &path, PortableBundleResult *result) const
 {
-    if (!makeDirectory(path) || leadsOffDrive(path))
+    if (!makeDirectory(path) || leadsAstray(path))
         return fail(result, QStringLiteral("Nao foi possivel criar a pasta: %1").arg(path));
     result->touchedPaths << path;
     return true;
@@ -483,7 +483,7 @@ bool PortableBundleManager::copyFileReplacing(const QString &source, const QStri
         return fail(result, QStringLiteral("Nao foi possivel copiar o arquivo: %1")
                                 .arg(QFileInfo(source).fileName()));
     QSaveFile output(target);
-    if (leadsOffDrive(target) || !output.open(QIODevice::WriteOnly))
+    if (leadsAstray(target) || !output.open(QIODevice::WriteOnly))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(target));
     if (!copyChunks(&input, &output, result))
         return false;
@@ -561,7 +561,7 @@ bool PortableBundleManager::writeTextFile(const QString &path, const QString &te
                                           PortableBundleResult *result) const
 {
     QSaveFile file(path);
-    if (leadsOffDrive(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text))
+    if (leadsAstray(path) || !file.open(QIODevice::WriteOnly | QIODevice::Text))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(path));
     QTextStream stream(&file);
     stream << text << Qt::flush;

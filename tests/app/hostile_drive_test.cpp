@@ -72,6 +72,7 @@ private Q_SLOTS:
         QTest::newRow("state that leads to a device without an end") << QStringLiteral("/dev/zero");
         QTest::newRow("state that leads to itself") << QStringLiteral("update-state.json");
         QTest::newRow("state that leads off the drive") << QStringLiteral("document");
+        QTest::newRow("state that leads to a document") << QStringLiteral("../documento.txt");
     }
     void stateThatCannotBeReplacedCountsAsNoneAndStays()
     {

@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <utmp.h>
 
+using TestSupport::asUnprivileged;
 using TestSupport::completePackage;
 using TestSupport::Drive;
 using TestSupport::inChild;
@@ -541,6 +542,44 @@ private Q_SLOTS:
         drive->link(QStringLiteral("link"), path(QStringLiteral("folder")));
         QCOMPARE(remove(QStringLiteral("link")), done);
         QCOMPARE(drive->tree(), QStringList({"folder/", "folder/document: precious"}));
+    }
+
+    void directoriesThatAreReadOnlyAreRemovedAndWhatLinksInThemLeadToStaysReadOnly()
+    {
+        const QByteArray document =
+            QFile::encodeName(drive->write(QStringLiteral("document"), "precious"));
+        drive->write(QStringLiteral("tree/closed/locked/a"), "x");
+        drive->link(QStringLiteral("tree/closed/link"), path(QStringLiteral("document")));
+        drive->giveAway();
+        QCOMPARE(chmod(document.constData(), 0400), 0);
+        QCOMPARE(chmod(qPrintable(path(QStringLiteral("tree/closed/locked"))), 0), 0);
+        QCOMPARE(chmod(qPrintable(path(QStringLiteral("tree/closed"))), 0500), 0);
+        QCOMPARE(asUnprivileged([this] { return QStringList{remove(QStringLiteral("tree"))}; }),
+                 QStringList{done});
+        QCOMPARE(drive->names(), QStringList{"document"});
+        struct stat status = {};
+        QCOMPARE(stat(document.constData(), &status), 0);
+        QCOMPARE(status.st_mode & 0777U, 0400U);
+    }
+
+    void linkThatCannotBeRemovedDoesNotMakeWhatItLeadsToWritable()
+    {
+        const Drive host;
+        const QByteArray document =
+            QFile::encodeName(host.write(QStringLiteral("document"), "precious"));
+        host.giveAway();
+        QCOMPARE(chmod(document.constData(), 0400), 0);
+        mountTmpfs(QStringLiteral("tree"), "size=1m");
+        drive->link(QStringLiteral("tree/link"), host.path(QStringLiteral("document")));
+        drive->giveAway();
+        mount(nullptr, qPrintable(path(QStringLiteral("tree"))), nullptr, MS_REMOUNT | MS_RDONLY,
+              nullptr);
+        QCOMPARE(asUnprivileged([this] { return QStringList{remove(QStringLiteral("tree"))}; }),
+                 QStringList{QStringLiteral("Não foi possível remover: ")
+                             + path(QStringLiteral("tree"))});
+        struct stat status = {};
+        QCOMPARE(stat(document.constData(), &status), 0);
+        QCOMPARE(status.st_mode & 0777U, 0400U);
     }
 
     void failedRemovalNamesThePathAndLeavesWhatItCouldNotDelete()

@@ -51,7 +51,16 @@ private Q_SLOTS:
         QCOMPARE(m_host.tree(), before);
     }
 
-    void aLinkWithinTheDriveIsFollowed()
+    void aLinkToAFileOfTheUsersIsNotWrittenThrough()
+    {
+        const Drive drive = Drive::tmpfs(16 * mebibyte);
+        drive.write("carta.txt", "precious");
+        const QString text = drive.link("Tessarine/README.txt", drive.path("carta.txt"));
+        QCOMPARE(prepare(drive, m_bundles.both()), "Nao foi possivel criar o arquivo: " + text);
+        QCOMPARE(drive.read("carta.txt"), QByteArray("precious"));
+    }
+
+    void aLinkToADirectoryWithinTheDriveIsFollowed()
     {
         const Drive drive = Drive::tmpfs(16 * mebibyte);
         drive.write("other/library", "x");

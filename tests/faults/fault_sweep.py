@@ -49,6 +49,7 @@ class Tally:
     faults: int = 0
     kills: int = 0
     kept: int = 0
+    not_compared: int = 0
     missed: list = dataclasses.field(default_factory=list)
     broken: list = dataclasses.field(default_factory=list)
 
@@ -63,7 +64,7 @@ class Tally:
 
     def __str__(self):
         return (f'{self.faults:6} faults {self.kills:6} kills {self.kept:6} runs kept every invariant'
-                f' {len(self.missed):4} missed')
+                f' {self.not_compared:4} trees not compared {len(self.missed):4} missed')
 
 
 class Sweep:
@@ -117,6 +118,7 @@ class Sweep:
                     drives.put(drive)
             for fault, broken in zip(faults, pool.map(attempt, faults), strict=True):
                 tally.add(command, fault, broken)
+            tally.not_compared = len(command.not_compared)
         return tally
 
 
@@ -131,7 +133,7 @@ def main():
                     continue
                 tally = sweep.run(command, short_choice if command.in_short else list)
                 print(f'{tally}  {command.name}', *tally.broken, *tally.missed, sep='\n    ', flush=True)
-                for field in ('faults', 'kills', 'kept', 'missed', 'broken'):
+                for field in ('faults', 'kills', 'kept', 'not_compared', 'missed', 'broken'):
                     setattr(total, field, getattr(total, field) + getattr(tally, field))
         subprocess.run(['umount', '--lazy', directory], check=True)
     print(f'{total}  in all')

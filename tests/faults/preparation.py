@@ -45,7 +45,8 @@ class Preparation(Command):
                 messages = (f'Nao foi possivel criar a pasta: DRIVE/{new_directories[call]}',)
             # A temporary name that can't be had gives way to another one.
             ignored = (call.verb in ('chmod', 'fdatasync') or call.verb == 'link' and is_temporary(call.paths)
-                       or call.verb == 'open' and call.paths != '.' and call not in new_directories)
+                       or call.verb == 'open' and call.paths != '.' and call not in new_directories
+                       and not self.is_synced(calls[place:]))
             for error in ERRORS[call.verb]:
                 yield Fault(call, error, messages, ignored or error == 'EINTR')
             if call.verb == 'write':
@@ -62,6 +63,12 @@ class Preparation(Command):
                 steps = calls[place - 1:place + (8 if is_temporary(call.paths) else 1)]
                 made.update(dict.fromkeys(steps, name_in_the_end(call.paths)))
         return made
+
+    @staticmethod
+    def is_synced(calls):
+        """Whether the first one opens a file that the next one syncs: on FAT, under its final name."""
+        following = calls[1:2]
+        return [(call.verb, call.paths) for call in following] == [('fsync', calls[0].paths)]
 
     @staticmethod
     def last_sync_of_text(calls):

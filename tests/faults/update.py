@@ -89,12 +89,15 @@ class Update(Command):
         return name.startswith(('Tessarine/windows', 'Tessarine/linux', 'Tessarine/.update-', 'Tessarine/..update-',
                                 STATE))
 
-    def broken_on_drive(self, fault, outcome, now):
-        olds, news = ({bundle: below(entries, f'Tessarine/{bundle}') for bundle in ('windows', 'linux')}
-                      for entries in (self.before, self.after))
+    def others_changed(self, now):
         for name in self.before.keys() | now.keys():
             if not self.is_of_update(name) and self.before.get(name) != now.get(name):
                 yield f'{name} is no longer what it was'
+
+    def broken_on_drive(self, fault, outcome, now):
+        olds, news = ({bundle: below(entries, f'Tessarine/{bundle}') for bundle in ('windows', 'linux')}
+                      for entries in (self.before, self.after))
+        yield from self.others_changed(now)
         # A state file is lost only where its last sync has failed on FAT.
         if STATE not in now and not (self.as_on_fat and fault.call.paths == STATE):
             yield 'no state file'
@@ -144,6 +147,9 @@ class Update(Command):
         now = tree(drive.root)
         if again.status != 0 and not again.message.startswith('A unidade já está atualizada.'):
             yield f'a second update fails: {again}'
+        yield from self.others_changed(now)
+        if STATE not in now or now[STATE].content != self.after[STATE].content:
+            yield 'a second update leaves another state file'
         for bundle in ('windows', 'linux'):
             live, new = (below(entries, f'Tessarine/{bundle}') for entries in (now, self.after))
             if difference := self.difference(fault, live, new):

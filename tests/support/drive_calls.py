@@ -7,14 +7,15 @@ import pathlib
 import re
 import subprocess
 
-TRACED = ('openat,write,pwrite64,sync_file_range,fsync,fdatasync,syncfs,rename,renameat,renameat2,link,'
-          'linkat,close,unlink,unlinkat,rmdir,mkdir,mkdirat,chmod,fchmod,ftruncate,fstatfs')
+TRACED = ('openat,write,pwrite64,writev,pwritev,pwritev2,copy_file_range,sendfile,fallocate,sync_file_range,fsync,'
+          'fdatasync,syncfs,rename,renameat,renameat2,link,linkat,symlink,symlinkat,close,unlink,unlinkat,rmdir,mkdir,'
+          'mkdirat,chmod,fchmod,fchmodat,truncate,ftruncate,fstatfs')
 CALL = re.compile(r'(?P<name>\w+)\((?P<arguments>.*)\) += (?P<result>-?\d+|\?)')
 PATH = re.compile(r'"([^"]*)"|<([^>]*)>')
 RANGE = re.compile(r', (\d+), (\d+), (\w\S+)$')
 TEMPORARY = re.compile(r'\.[A-Za-z]{6}$')
 VERBS = {'renameat': 'rename', 'renameat2': 'rename', 'linkat': 'link', 'mkdirat': 'mkdir',
-         'unlink': 'remove', 'unlinkat': 'remove', 'rmdir': 'remove', 'fchmod': 'chmod'}
+         'unlink': 'remove', 'unlinkat': 'remove', 'rmdir': 'remove', 'fchmod': 'chmod', 'fchmodat': 'chmod'}
 
 # What statfs(2) says of a FAT and of an exFAT drive: MSDOS_SUPER_MAGIC and EXFAT_SUPER_MAGIC, in the
 # first field of its answer.

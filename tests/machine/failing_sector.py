@@ -22,10 +22,13 @@ NEW = '1.1.0'
 PACKAGE = 'the package'
 KINDS = {
     'preparation': {'library of Windows': 'Tessarine/windows/Qt6Core.dll',
+                    'program of Linux': 'Tessarine/linux/Tessarine',
                     'library of Linux': 'Tessarine/linux/lib/libssl.so.3',
                     'launcher': 'Tessarine-Linux.sh',
+                    'text': 'Tessarine/README.txt',
                     'state file': STATE},
     'update': {'package': PACKAGE,
+               'unpacked program': 'Tessarine/linux/Tessarine',
                'unpacked library': 'Tessarine/windows/Qt6Core.dll',
                'state file': STATE},
 }
@@ -80,7 +83,8 @@ def work(shared, label):
 
 def run(shared, drives):
     labels = [drive.name for drive in drives]
-    host.run(__file__, 'inside', shared, drives, *labels)
+    # ext4 lets each processor write to a place of its own.
+    host.run(__file__, 'inside', shared, drives, *labels, processors=1)
     notes = {label: json.loads((shared / f'{label}.json').read_text()) for label in labels}
     for of_label in notes.values():
         for note in of_label.values():

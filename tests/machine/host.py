@@ -12,9 +12,10 @@ from bundles import HOST
 SUPPORT = pathlib.Path(__file__).resolve().parents[1] / 'support'
 sys.path.insert(0, str(SUPPORT))
 
-# Clusters as sticks have them, and a root that is the user's.
+# Clusters as sticks have them, and a root that is the user's. By that number ext4 chooses where a directory lies.
+HASH_SEED = 'a0a0a0a0-a0a0-4a0a-a0a0-a0a0a0a0a0a0'
 MAKE = {'vfat': ['mkfs.vfat', '-F', '32', '-s', '8', '-n'], 'exfat': ['mkfs.exfat', '-c', '4096', '-L'],
-        'ext4': ['mkfs.ext4', '-q', '-E', 'root_owner=4321:4321', '-L']}
+        'ext4': ['mkfs.ext4', '-q', '-E', f'root_owner=4321:4321,hash_seed={HASH_SEED}', '-L']}
 
 
 @contextlib.contextmanager
@@ -41,9 +42,10 @@ def stick(folder, label, file_system, mebibytes, **unit):
     return machine.Drive(label, [machine.Unit(image, **unit)])
 
 
-def run(scenario, part, folder, drives, *arguments, limit=3600):
+def run(scenario, part, folder, drives, *arguments, limit=3600, processors=2):
     """Runs that part of the scenario in a guest, and ends when it fails."""
-    if machine.run(['/usr/bin/python3', '-B', scenario, part, folder, *arguments], drives, [folder], limit=limit):
+    command = ['/usr/bin/python3', '-B', scenario, part, folder, *arguments]
+    if machine.run(command, drives, [folder], limit=limit, processors=processors):
         sys.exit(f'{pathlib.Path(scenario).name}: {part} failed')
 
 

@@ -13,18 +13,55 @@ import sys
 import bundles
 import guest
 import host
+import tables
 from machine import Drive, Unit
+
+# What is at which port of the controller, and in which unit of it. What is at none is built in.
+WHAT = {
+    (1, 0): 'stick, its label with a blank and an accent',
+    (2, 0): 'stick with a GUID partition table',
+    (3, 0): 'stick with nothing on it',
+    (4, 0): 'stick with two partitions',
+    (5, 0): 'fixed disk',
+    (6, 0): 'optical drive with a disc',
+    (7, 0): 'optical drive without one',
+    (8, 0): 'card reader, empty slot',
+    (8, 1): 'card reader, slot with a card',
+    (8, 2): 'card reader, another empty slot',
+    (9, 0): 'stick',
+    None: 'internal disk',
+}
+HEADER = ('drive', '`lsblk`', 'in the list')
+CHOICE_HEADER = ('mounted USB drives', 'chosen')
 
 
 # In the guest
 
 
 def run(*command):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+    """What the command says, in which a label need not be UTF-8."""
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True, errors='replace').stdout
 
 
 def block_device(port, part=''):
     return str(next(pathlib.Path('/dev/disk/by-path').glob(f'*-usb-0:{port}:*:0{part}')).resolve())
+
+
+def places():
+    """Port and unit of each disk that is plugged in."""
+    for link in pathlib.Path('/dev/disk/by-path').iterdir():
+        if found := re.search(r'-usb-0:(\d+):.*:(\d+)$', link.name):
+            yield link.resolve().name, (int(found[1]), int(found[2]))
+
+
+def volumes():
+    """What lsblk knows of each partition, and of each disk without one, and where its disk is."""
+    found, place_of = [], dict(places())
+    columns = 'NAME,PATH,KNAME,TYPE,RM,SIZE,FSTYPE,LABEL,MOUNTPOINT'
+    for disk in json.loads(run('lsblk', '-J', '-o', columns))['blockdevices']:
+        place = place_of.get(disk['kname'])
+        found += [{**volume, 'place': place} for volume in disk.get('children', [disk])]
+    return found
 
 
 def partition(disk, *types):
@@ -43,7 +80,7 @@ def inside(shared):
     run('mkfs.ext4', '-q', '-L', 'DOIS', block_device(4, '-part2'))
     for device in (block_device(2, '-part1'), block_device(4, '-part1'), block_device(4, '-part2')):
         run('udevadm', 'trigger', '--settle', '--action=change', device)
-    for device, place in (('/dev/vda', '/mnt/INTERNO'), ('/dev/sr0', '/mnt/DISCO')):
+    for device, place in (('/dev/vda', '/mnt/INTERNO'), (block_device(6), '/mnt/DISCO')):
         os.makedirs(place)
         run('mount', device, place)
     for device in (block_device(1), block_device(2, '-part1'), block_device(4, '-part1')):
@@ -52,9 +89,9 @@ def inside(shared):
 
 
 def decoded(link):
-    """A link's name as a label: udev writes some bytes as hexadecimal numbers."""
-    raw = re.sub(rb'\\x([0-9a-f]{2})', lambda found: bytes([int(found[1], 16)]), os.fsencode(link))
-    return raw.decode('utf-8', 'replace')
+    """A link's name as the label of a mounted volume: of the bytes that udev writes as hexadecimal
+    numbers Qt reads those of ASCII."""
+    return re.sub(r'\\x([2-7][0-9a-f])', lambda found: chr(int(found[1], 16)), link)
 
 
 def expected_lines():
@@ -91,11 +128,10 @@ def work(shared):
     seen = []
     program = bundles.install('/tmp/manager', '1')
     with Manager(program) as manager:
-        columns = 'NAME,TRAN,TYPE,RM,SIZE,FSTYPE,LABEL,MOUNTPOINT'
         mounted = [block_device(1), block_device(2, '-part1'), block_device(4, '-part1')]
         while True:
             seen.append({'listed': manager.drives, 'expected': expected_lines(), 'chosen': manager.chosen_drive,
-                         'mounted': len(mounted), 'lsblk': run('lsblk', '-o', columns)})
+                         'mounted': len(mounted), 'volumes': volumes()})
             if not mounted:
                 break
             guest.udisksctl('unmount', mounted.pop())
@@ -130,6 +166,18 @@ def wrong_with(seen):
         yield f'"{seen["chosen"]}" is chosen'
 
 
+def row_of(volume, listed):
+    """What it is, what lsblk says of it, and its line in the list."""
+    said = ' '.join(str(volume[key]) for key in ('kname', 'type', 'size', 'fstype') if volume[key])
+    said += ', removable' if volume['rm'] else ''
+    said += f', "{volume["label"]}"' if volume['label'] else ''
+    said += f', on {volume["mountpoint"]}' if volume['mountpoint'] else ''
+    marks = (f'({volume["mountpoint"]})', f'({volume["path"]}) | não montado')
+    line = next((line for line in listed if line.endswith(marks)), None)
+    place = tuple(volume['place']) if volume['place'] else None
+    return WHAT[place], said, f'"{line}"' if line else 'not there'
+
+
 def main():
     with host.shared_folder() as folder:
         disc = image(folder, 'disc', 'mkfs.vfat', '-S', '2048', '-n', 'DISCO')
@@ -151,7 +199,12 @@ def main():
         ]
         host.run(__file__, 'inside', folder, drives)
         states = json.loads((folder / 'seen.json').read_text())
-    print(states[0]['lsblk'])
+    rows = sorted(row_of(volume, states[0]['listed']) for volume in states[0]['volumes'])
+    tables.write('compatibility.md', 'listing', HEADER, rows)
+    tables.write('compatibility.md', 'chosen drive', CHOICE_HEADER,
+                 [(state['mounted'], f'"{state["chosen"]}"' if state['chosen'] else 'none') for state in states])
+    for row in rows:
+        print(*row, sep=' | ')
     broken = False
     for state in states:
         wrong = list(wrong_with(state))

@@ -250,7 +250,7 @@ def share_arguments(tag, folder, read_only=False):
             '-device', f'virtio-9p-pci,fsdev={tag},mount_tag={tag}']
 
 
-def run(command, drives=(), shared=(), limit=600, output=None):
+def run(command, drives=(), shared=(), limit=600, output=None, processors=2):
     """Runs the command in a guest, which ends with it, and returns its exit status.
 
     It starts in the current directory, once udev knows the drives. Its output goes to the file, or
@@ -272,7 +272,7 @@ def run(command, drives=(), shared=(), limit=600, output=None):
             own / 'root.cpio')
         arguments = [
             'setpriv', '--pdeathsig', 'KILL', 'qemu-system-x86_64',
-            '-accel', 'tcg,thread=multi', '-cpu', 'Nehalem', '-smp', '2', '-m', '2048',
+            '-accel', 'tcg,thread=multi', '-cpu', 'Nehalem', '-smp', str(processors), '-m', '2048',
             '-M', 'pc,usb=off', '-bios', 'qboot.rom', '-nodefaults', '-no-user-config',
             '-display', 'none', '-no-reboot',
             '-kernel', next((kernel / 'boot').glob('vmlinuz-*')), '-initrd', own / 'root.cpio',

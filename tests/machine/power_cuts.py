@@ -308,7 +308,7 @@ def cells(counts):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument('--subsets', type=int, default=100, metavar='N',
+    parser.add_argument('--subsets', type=int, default=200, metavar='N',
                         help='random parts of the writes between two flushes (%(default)s)')
     parser.add_argument('--every', type=int, default=8, metavar='N',
                         help='one cut in so many is gone on with, of the random ones a tenth of that (%(default)s)')

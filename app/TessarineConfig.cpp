@@ -450,12 +450,21 @@ QByteArray bodyOf(QNetworkReply *reply, const QUrl &url, QString *error)
     return reply->readAll();
 }
 
+// The file that Qt reads for a local address, for which the host "localhost" is none. Empty for any
+// other address.
+QString localFileOf(QUrl url)
+{
+    if (url.host() == QStringLiteral("localhost"))
+        url.setHost({});
+    return url.toLocalFile();
+}
+
 // Fetches the whole body, or nothing once limitMs milliseconds have passed. The event loop turns
 // meanwhile. An empty result with *error unchanged means that the body was empty.
 QByteArray httpGet(const QUrl &url, int limitMs, QString *error)
 {
-    // A device or a pipe has no end.
-    const QFileInfo local(url.toLocalFile());
+    // Opening a pipe would wait for its other end, and a device may have none.
+    const QFileInfo local(localFileOf(url));
     if (local.exists() && !local.isFile() && !local.isDir()) {
         *error = QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString());
         return {};

@@ -204,18 +204,27 @@ private Q_SLOTS:
         QCOMPARE(fetch(QUrl::fromLocalFile(file.fileName())).body, QByteArray("local"));
     }
 
+    void fileWithoutAnEndIsNotWaitedFor_data()
+    {
+        QTest::addColumn<QString>("host");
+        QTest::addColumn<QString>("path");
+        QTest::newRow("pipe") << QString() << QString();
+        QTest::newRow("pipe of localhost") << QStringLiteral("localhost") << QString();
+        QTest::newRow("device") << QString() << QStringLiteral("/dev/zero");
+        QTest::newRow("device of localhost")
+            << QStringLiteral("localhost") << QStringLiteral("/dev/zero");
+    }
     void fileWithoutAnEndIsNotWaitedFor()
     {
+        QFETCH(QString, host);
+        QFETCH(QString, path);
         const QTemporaryDir directory;
         const QString pipe = directory.filePath(QStringLiteral("pipe"));
         QCOMPARE(mkfifo(qPrintable(pipe), 0600), 0);
-        for (const QString &path : {pipe, QStringLiteral("/dev/zero")}) {
-            const QUrl url = QUrl::fromLocalFile(path);
-            const Fetched fetched = fetch(url);
-            QVERIFY(fetched.body.isEmpty());
-            QCOMPARE(fetched.error,
-                     QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString()));
-        }
+        QUrl url = QUrl::fromLocalFile(path.isEmpty() ? pipe : path);
+        url.setHost(host);
+        compareNothingFetched(
+            fetch(url), QStringLiteral("Tempo limite excedido ao acessar: %1").arg(url.toString()));
     }
 
     void refusedConnectionReportsTheNetworkLayersWords()

@@ -4,6 +4,7 @@
 
 #include <signal.h>
 
+using TestSupport::completeLinuxBundle;
 using TestSupport::StubCommand;
 
 // What a stolen server, or a man in the middle with a certificate, could publish. However it ends,
@@ -17,6 +18,17 @@ class HostileVendorTest : public HostileCases
     {
         QCOMPARE(outcomeOf([this] { agreeToUpdate(); }, name), outcome);
         QVERIFY2(lastBox().text.startsWith(message), qPrintable(lastBox().text));
+    }
+
+    static const char *documentAt(const QString &path)
+    {
+        return path == manifestPath ? "manifest" : "package";
+    }
+
+    static QString logPrefixOf(const QString &path)
+    {
+        return path == manifestPath ? QStringLiteral("Falha ao consultar manifesto: ")
+                                    : QStringLiteral("Falha no download: ");
     }
 
 private Q_SLOTS:
@@ -59,6 +71,12 @@ private Q_SLOTS:
         QTest::newRow("address of a device")
             << QByteArray("packageUrl") << QByteArray("\"file:///dev/zero\"")
             << QStringLiteral("Tempo limite excedido ao acessar: file:///dev/zero");
+        QTest::newRow("address of a device of localhost")
+            << QByteArray("packageUrl") << QByteArray("\"file://localhost/dev/zero\"")
+            << QStringLiteral("Tempo limite excedido ao acessar: file://localhost/dev/zero");
+        QTest::newRow("address of a file of terabytes that says it is empty")
+            << QByteArray("packageUrl") << QByteArray("\"file:///proc/self/pagemap\"")
+            << QStringLiteral("Tamanho do pacote divergente.");
         QTest::newRow("address of a file of the host")
             << QByteArray("packageUrl") << QByteArray("\"file:///etc/passwd\"")
             << QStringLiteral("Tamanho do pacote divergente.");
@@ -75,6 +93,7 @@ private Q_SLOTS:
         body.replace(replaced, '"' + key + "\": " + value);
         server->publish(manifestPath, body);
         updateAndCompare(message, asBefore);
+        QVERIFY(memoryGrowth() < 64'000'000 + TestSupport::freedMemoryKept);
     }
 
     void manifestInUtf16IsRefused()
@@ -110,33 +129,84 @@ private Q_SLOTS:
 
     void redirectThatLeadsAstrayIsRefused_data()
     {
+        QTest::addColumn<QString>("path");
         QTest::addColumn<QUrl>("target");
-        QTest::newRow("to itself, without an end") << server->url(packagePath);
-        QTest::newRow("to a file of the host") << QUrl(QStringLiteral("file:///etc/passwd"));
-        QTest::newRow("to plain HTTP") << server->plainUrl(packagePath);
+        QTest::addColumn<QString>("message");
+        for (const QString &path : {manifestPath, packagePath}) {
+            QTest::addRow("%s redirected to itself, without an end", documentAt(path))
+                << path << server->url(path) << QStringLiteral("Too many redirects");
+            QTest::addRow("%s redirected to a file of the host", documentAt(path))
+                << path << QUrl(QStringLiteral("file:///etc/passwd"))
+                << QStringLiteral("Unknown protocol specified");
+            QTest::addRow("%s redirected to plain HTTP", documentAt(path))
+                << path << server->plainUrl(path) << QStringLiteral("Insecure redirect");
+        }
     }
     void redirectThatLeadsAstrayIsRefused()
     {
+        QFETCH(QString, path);
         QFETCH(QUrl, target);
-        server->answer(packagePath, VendorBehaviour::redirect(target));
-        updateAndCompare(QString(), asBefore);
-        QVERIFY(newLogLines().value(0).startsWith(QStringLiteral("Falha no download: ")));
+        QFETCH(QString, message);
+        server->answer(path, VendorBehaviour::redirect(target));
+        updateAndCompare(message, asBefore);
+        compareFailedFetch(logPrefixOf(path));
     }
 
-    void packageThatDripsOrNeverEndsIsGivenUp_data()
+    void bodyThatDripsOrNeverEndsIsGivenUp_data()
     {
+        QTest::addColumn<QString>("path");
         QTest::addColumn<bool>("drips");
-        QTest::newRow("a byte at a time") << true;
-        QTest::newRow("a body without an end") << false;
+        for (const QString &path : {manifestPath, packagePath}) {
+            QTest::addRow("%s a byte at a time", documentAt(path)) << path << true;
+            QTest::addRow("%s without an end", documentAt(path)) << path << false;
+        }
     }
-    void packageThatDripsOrNeverEndsIsGivenUp()
+    void bodyThatDripsOrNeverEndsIsGivenUp()
     {
+        QFETCH(QString, path);
         QFETCH(bool, drips);
-        server->answer(packagePath,
+        server->answer(path,
                        drips ? VendorBehaviour::drip(100000, 100) : VendorBehaviour::endlessBody());
-        QList<std::function<void()>> events{[] { TestSupport::advanceClock(601); }};
-        const auto timer = whileFetching(packagePath, &events);
+        const int limit = path == manifestPath ? 30 : 600;
+        QList<std::function<void()>> events{[limit] { TestSupport::advanceClock(limit + 1); }};
+        const auto timer = whileFetching(path, &events);
         updateAndCompare(QStringLiteral("Tempo limite excedido ao acessar: "), asBefore);
+        compareFailedFetch(logPrefixOf(path));
+    }
+
+    void bodyOfUntoldLengthIsHeldInMemory_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("manifest of 100 MB, its length untold")
+            << manifestPath << QStringLiteral("Manifesto invalido: ");
+        QTest::newRow("package of 100 MB, its length untold")
+            << packagePath << QStringLiteral("Tamanho do pacote divergente.");
+    }
+    void bodyOfUntoldLengthIsHeldInMemory()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, message);
+        constexpr qint64 size = 100'000'000;
+        server->answer(path, VendorBehaviour::bodyOfUntoldLength(size));
+        updateAndCompare(message, asBefore);
+        QVERIFY(memoryGrowth() < 4 * size + TestSupport::freedMemoryKept);
+    }
+
+    void compressedBombIsNotUnpackedInMemory_data()
+    {
+        QTest::addColumn<QString>("path");
+        for (const QString &path : {manifestPath, packagePath})
+            QTest::addRow("%s that is a compressed bomb of 100 MB", documentAt(path)) << path;
+    }
+    void compressedBombIsNotUnpackedInMemory()
+    {
+        QFETCH(QString, path);
+        server->answer(path, VendorBehaviour::compressedZeros(100'000'000));
+        updateAndCompare(QStringLiteral("Decompression failed: "), asBefore);
+        QCOMPARE(newLogLines(),
+                 QStringList{logPrefixOf(path) + QStringLiteral("Decompression failed:")});
+        QVERIFY(memoryGrowth() < 64'000'000 + TestSupport::freedMemoryKept);
     }
 
     void zipThatCannotBeTakenLeavesTheDriveAsItIs_data()
@@ -271,6 +341,50 @@ private Q_SLOTS:
         publish(zip.bytes());
         updateAndCompare(QStringLiteral("Atualização concluída."),
                          updated + QStringLiteral(", ") + difference);
+    }
+
+    // Also not by the next update, which removes it.
+    void linkOfAZipIsTakenAndNotFollowed_data()
+    {
+        QTest::addColumn<ZipFile>("zip");
+        QTest::addColumn<QString>("difference");
+        const QString onHost = host.path(QStringLiteral("bundle"));
+        QTest::newRow("link to a file of the host")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .link(QStringLiteral("Tessarine/linux/x"), host.path(QStringLiteral("document")))
+            << QStringLiteral("+ `Tessarine/linux/x`");
+        QTest::newRow("link to a directory of the host")
+            << completePackage(QStringLiteral("1.1.0"))
+                   .link(QStringLiteral("Tessarine/linux/x"), host.path())
+            << QStringLiteral("+ `Tessarine/linux/x`");
+        QTest::newRow("bundle that is a link to the host")
+            << completeLinuxBundle(QStringLiteral("1.1.0"))
+                   .link(QStringLiteral("Tessarine/windows"), onHost)
+            << QStringLiteral("+ `Tessarine/windows`, - `Tessarine/windows/Tessarine.exe`, "
+                              "- `Tessarine/windows/`, - `Tessarine/windows/platforms/`, "
+                              "- `Tessarine/windows/platforms/qwindows.dll`");
+    }
+    void linkOfAZipIsTakenAndNotFollowed()
+    {
+        QFETCH(ZipFile, zip);
+        QFETCH(QString, difference);
+        host.write(QStringLiteral("bundle/Tessarine.exe"), "precious");
+        host.write(QStringLiteral("bundle/platforms/qwindows.dll"), "precious");
+        const QStringList onHost = host.tree();
+        const auto permissions = QFile::permissions(host.path(QStringLiteral("document")));
+        prepareDrive(smallDrive());
+        publish(zip.bytes());
+        updateAndCompare(QStringLiteral("Atualização concluída."),
+                         updated + QStringLiteral(", ") + difference);
+
+        publish(completePackage(QStringLiteral("1.2.0")).bytes());
+        publishWith(QStringLiteral("version"), QStringLiteral("1.2.0"));
+        agreeToUpdate();
+        compareInformation(QStringLiteral("Atualização concluída.\n\nVersão instalada: 1.2.0"));
+        QCOMPARE(read(QStringLiteral("windows/Tessarine.exe")), QByteArray("1.2.0"));
+        QCOMPARE(drive->tree().filter(QStringLiteral(" -> ")), QStringList());
+        QCOMPARE(host.tree(), onHost);
+        QCOMPARE(QFile::permissions(host.path(QStringLiteral("document"))), permissions);
     }
 };
 

@@ -124,6 +124,18 @@ VendorBehaviour VendorBehaviour::drip(int pieces, int pause)
                             {QStringLiteral("pause"), pause}});
 }
 
+VendorBehaviour VendorBehaviour::bodyOfUntoldLength(qint64 size)
+{
+    return VendorBehaviour(
+        {{QStringLiteral("kind"), QStringLiteral("chunked")}, {QStringLiteral("size"), size}});
+}
+
+VendorBehaviour VendorBehaviour::compressedZeros(qint64 size)
+{
+    return VendorBehaviour(
+        {{QStringLiteral("kind"), QStringLiteral("gzip")}, {QStringLiteral("size"), size}});
+}
+
 VendorServer::VendorServer(quint16 port)
     : formerConfiguration(QSslConfiguration::defaultConfiguration())
 {

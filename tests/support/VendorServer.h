@@ -45,6 +45,10 @@ public:
     static VendorBehaviour gateHalfWay(const QString &gate);
     // The file in that many pieces, with a pause in milliseconds after each.
     static VendorBehaviour drip(int pieces, int pause);
+    // So many zeros, as fast as they are taken, whose length isn't told before.
+    static VendorBehaviour bodyOfUntoldLength(qint64 size);
+    // So many zeros as Content-Encoding: gzip, which makes a thousandth of them.
+    static VendorBehaviour compressedZeros(qint64 size);
 
     QJsonObject toJson() const { return json; }
 

@@ -94,20 +94,26 @@ private:
     QJsonArray entries;
 };
 
-// A package as the vendor publishes it: every required entry, and the version in its executables.
+// The required entries of a Linux bundle, with the version for their contents.
+inline ZipFile completeLinuxBundle(const QString &version)
+{
+    const QString bundle = QStringLiteral("Tessarine/linux/");
+    ZipFile zip;
+    zip.file(bundle + QStringLiteral("Tessarine"), version, true)
+        .file(bundle + QStringLiteral("Tessarine-Linux.sh"), version, true)
+        .file(bundle + QStringLiteral("qt.conf"), version)
+        .file(bundle + QStringLiteral("lib/libssl.so.3"), version)
+        .file(bundle + QStringLiteral("plugins/tls/libqopensslbackend.so"), version);
+    return zip;
+}
+
+// A package as the vendor publishes it: every required entry, and the version for their contents.
 inline ZipFile completePackage(const QString &version)
 {
-    const QString windowsBundle = QStringLiteral("Tessarine/windows/");
-    const QString linuxBundle = QStringLiteral("Tessarine/linux/");
-    ZipFile zip;
-    zip.file(windowsBundle + QStringLiteral("Tessarine.exe"), version)
-        .file(windowsBundle + QStringLiteral("platforms/qwindows.dll"), version)
-        .file(linuxBundle + QStringLiteral("Tessarine"), version, true)
-        .file(linuxBundle + QStringLiteral("Tessarine-Linux.sh"), version, true)
-        .file(linuxBundle + QStringLiteral("qt.conf"), version)
-        .file(linuxBundle + QStringLiteral("lib/libssl.so.3"), version)
-        .file(linuxBundle + QStringLiteral("plugins/tls/libqopensslbackend.so"), version);
-    return zip;
+    const QString bundle = QStringLiteral("Tessarine/windows/");
+    return completeLinuxBundle(version)
+        .file(bundle + QStringLiteral("Tessarine.exe"), version)
+        .file(bundle + QStringLiteral("platforms/qwindows.dll"), version);
 }
 
 } // namespace TestSupport

@@ -16,13 +16,19 @@ inline QString inCell(QString text)
 // The situation that somebody hostile has made. Each case is noted: what was said, how long it
 // took, how far the memory grew, and what the drive's whole tree is afterwards, compared with that
 // before. Where $TESSARINE_HOSTILE_TABLES names a directory, the suite writes NAME.md there, a
-// table in Markdown, and outcomes.md, the trees that the table's words stand for.
+// table in Markdown, and outcomes.md, the trees that the table's words stand for after an update.
 class HostileCases : public UpdateSituation
 {
 protected:
     static inline const QString asBefore = QStringLiteral("as before");
     static inline const QString updated = QStringLiteral("new bundles");
     static inline const QString updatedWithBackups = QStringLiteral("new bundles, both backups");
+    static inline const QString hostChanged = QStringLiteral("the host's files have changed");
+
+    struct Outcome {
+        QString words;
+        QStringList tree;
+    };
 
     // What a hostile link or entry would like to write to.
     const Drive host;
@@ -49,16 +55,21 @@ protected:
         const QString outcome = now == whole ? asBefore : inWords(comparable(now), before);
         m_rows << QStringLiteral("| %1 | `%2` | %3 | %4 | %5 |")
                       .arg(name, messageInCell(), seconds, megabytes, outcome);
-        return host.tree() == onHost ? outcome : QStringLiteral("the host's files have changed");
+        return host.tree() == onHost ? outcome : hostChanged;
     }
 
     // What the last case took: bytes, and milliseconds of this process's own clock.
     qint64 memoryGrowth() const { return m_memoryGrowth; }
     qint64 milliseconds() const { return m_milliseconds; }
 
-    void writeTables(const QString &name)
+    void writeCases(const QString &name) const
     {
         writeTable(name, QStringLiteral("| case | message | seconds | MB | the drive |"), m_rows);
+    }
+
+    void writeTables(const QString &name)
+    {
+        writeCases(name);
         begin();
         writeTable(
             QStringLiteral("outcomes"),
@@ -67,50 +78,8 @@ protected:
         end();
     }
 
-private:
-    struct Outcome {
-        QString words;
-        QStringList tree;
-    };
-
-    qint64 m_memoryGrowth = 0;
-    qint64 m_milliseconds = 0;
-    QStringList m_rows;
-    const QRegularExpression m_bundle{QStringLiteral("^(Tessarine/(?:windows|linux))(?=/|:| ->)")};
-    const QString m_stateName = QStringLiteral("Tessarine/update-state.json");
-    const QRegularExpression m_writtenState{u'^' + m_stateName + QStringLiteral(": \\d{3} bytes")};
-
-    // A tree without what differs between two runs: the stamp in a name, and the time in a state
-    // file, of which the version is left.
-    QStringList comparable(QStringList tree) const
-    {
-        tree.replaceInStrings(QRegularExpression(QStringLiteral("\\b\\d{14}\\b")),
-                              QStringLiteral("TIME"));
-        for (QString &line : tree) {
-            if (m_writtenState.match(line).hasMatch())
-                line = m_stateName + QStringLiteral(": ") + stateInWords();
-        }
-        tree.sort();
-        return tree;
-    }
-
-    // The version, if all the rest is as the program writes it.
-    QString stateInWords() const
-    {
-        const auto withoutTime = [](QJsonObject object) {
-            object.remove(QStringLiteral("installedAt"));
-            return object;
-        };
-        const QString hash = manifest.value(QStringLiteral("sha256")).toString();
-        if (withoutTime(state()) == withoutTime(updateState(QStringLiteral("1.1.0"), hash)))
-            return QStringLiteral("1.1.0");
-        if (withoutTime(state()) == withoutTime(updateState(QStringLiteral("1.0.0"), {})))
-            return QStringLiteral("1.0.0");
-        return QStringLiteral("foreign");
-    }
-
-    // The trees that an update may leave of one.
-    QList<Outcome> outcomesAfter(const QStringList &before) const
+    // The trees that the command may leave of one.
+    virtual QList<Outcome> outcomesAfter(const QStringList &before) const
     {
         const Drive package;
         for (const QString &name : requiredNames)
@@ -130,6 +99,50 @@ private:
         return {{asBefore, before},
                 {updated, rest + newBundles + newState},
                 {updatedWithBackups, rest + newBundles + oldState + backups}};
+    }
+
+    // A tree without what differs between two runs: the stamp in a name, and the time in a state
+    // file, of which the version is left.
+    QStringList comparable(QStringList tree) const
+    {
+        tree.replaceInStrings(QRegularExpression(QStringLiteral("\\b\\d{14}\\b")),
+                              QStringLiteral("TIME"));
+        for (QString &line : tree) {
+            if (m_writtenState.match(line).hasMatch())
+                line = m_stateName + QStringLiteral(": ") + stateInWords();
+        }
+        tree.sort();
+        return tree;
+    }
+
+    // Of a line of a tree.
+    static QString nameIn(const QString &line)
+    {
+        return line.section(QRegularExpression(QStringLiteral(": | -> ")), 0, 0);
+    }
+
+private:
+    qint64 m_memoryGrowth = 0;
+    qint64 m_milliseconds = 0;
+    QStringList m_rows;
+    const QRegularExpression m_bundle{QStringLiteral("^(Tessarine/(?:windows|linux))(?=/|:| ->)")};
+    const QString m_stateName = QStringLiteral("Tessarine/update-state.json");
+    const QRegularExpression m_writtenState{u'^' + m_stateName + QStringLiteral(": \\d{3} bytes")};
+
+    // The version, if all the rest is as the program writes it.
+    QString stateInWords() const
+    {
+        const auto withoutTime = [](QJsonObject object) {
+            object.remove(QStringLiteral("installedAt"));
+            return object;
+        };
+        const QString hash = manifest.value(QStringLiteral("sha256")).toString();
+        if (withoutTime(state()) == withoutTime(updateState(QStringLiteral("1.1.0"), hash)))
+            return QStringLiteral("1.1.0");
+        for (const QString &version : {QStringLiteral("1.0.0"), QStringLiteral(TESSARINE_VERSION)})
+            if (withoutTime(state()) == withoutTime(updateState(version, {})))
+                return version;
+        return QStringLiteral("foreign");
     }
 
     // The one that is most like it, and by what it differs from that.
@@ -166,12 +179,6 @@ private:
         }
         differences.sort();
         return differences;
-    }
-
-    // Of a line of a tree.
-    static QString nameIn(const QString &line)
-    {
-        return line.section(QRegularExpression(QStringLiteral(": | -> ")), 0, 0);
     }
 
     // A file a row, and what it holds in each of the trees.

@@ -117,11 +117,15 @@ bool makeDirectory(const QString &path)
 bool leadsAstray(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
-    struct stat link = {};
+    const QByteArray directory = QFile::encodeName(QFileInfo(path).absolutePath());
+    struct stat entry = {};
     struct stat target = {};
-    return lstat(name.constData(), &link) == 0 && S_ISLNK(link.st_mode)
-           && (stat(name.constData(), &target) != 0 || target.st_dev != link.st_dev
-               || !S_ISDIR(target.st_mode));
+    struct stat home = {};
+    if (lstat(name.constData(), &entry) != 0)
+        return false;
+    if (stat(name.constData(), &target) != 0 || stat(directory.constData(), &home) != 0)
+        return true;
+    return target.st_dev != home.st_dev || (S_ISLNK(entry.st_mode) && !S_ISDIR(target.st_mode));
 }
 
 FileSystemSync::FileSystemSync(const QString &directory)

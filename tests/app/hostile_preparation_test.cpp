@@ -222,12 +222,13 @@ private Q_SLOTS:
                      + drive->path(stateName));
     }
 
-    void bundleThatIsAMountPointIsWrittenTo()
+    void bundleThatIsAMountPointIsRefused()
     {
-        const TestSupport::TemporaryFileSystem other(
-            drive->makeDirectory(QStringLiteral("Tessarine/windows")));
-        QCOMPARE(outcomeOfPreparation(QStringLiteral("`windows` that is a mount point")), prepared);
-        compareInformation(success);
+        const QString bundle = drive->makeDirectory(QStringLiteral("Tessarine/windows"));
+        const TestSupport::TemporaryFileSystem other(bundle);
+        compareRefused(QStringLiteral("Nao foi possivel criar a pasta: ") + bundle,
+                       outcomeOfPreparation(QStringLiteral("`windows` that is a mount point")));
+        QCOMPARE(drive->names(QStringLiteral("Tessarine/windows")), QStringList());
     }
 
     void filesInTheBundleRootAreNoBurden_data()

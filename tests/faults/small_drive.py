@@ -2,6 +2,7 @@
 
 import contextlib
 import dataclasses
+import errno
 import fcntl
 import os
 import pathlib
@@ -87,6 +88,18 @@ def unmount(directory):
     # A child that is just being started may still hold what its parent had open.
     while subprocess.run(['umount', directory], stderr=subprocess.DEVNULL, check=False).returncode != 0:
         time.sleep(0.01)
+
+
+def wait_until_free(device):
+    """A file system goes with the last process that had a file of it open, which may just be ending."""
+    while True:
+        try:
+            os.close(os.open(device, os.O_RDONLY | os.O_EXCL))
+            return
+        except OSError as error:
+            if error.errno != errno.EBUSY:
+                raise
+            time.sleep(0.01)
 
 
 class SmallDrive:
@@ -195,6 +208,7 @@ class SmallDrive:
     def _take_away(self):
         """After that nothing is known of the drive but what its medium has."""
         unmount(self.root)
+        wait_until_free(self._device)
         fcntl.ioctl(self._open_device, BLKFLSBUF)
 
     def _give_room(self):

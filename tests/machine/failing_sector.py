@@ -7,6 +7,7 @@ that fails there.
 """
 
 import json
+import re
 import sys
 
 import bundles
@@ -60,7 +61,8 @@ def work(shared, label):
         files[PACKAGE] = package
         log = shared / f'{label}.log'
         notes[stage] = {
-            'said': '; in the log: '.join([said, *warned]).replace(str(drive), '...'), 'tree': tree(drive),
+            'said': re.sub(r'\d{14}', 'TIME', '; in the log: '.join([said, *warned]).replace(str(drive), '...')),
+            'tree': tree(drive),
             'beginnings': {path: file.read_bytes()[:512].hex() for path, file in files.items()
                            if file and file.exists()},
             'log': log.stat().st_size if log.exists() else 0}

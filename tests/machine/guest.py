@@ -14,6 +14,7 @@ SUPPORT = ROOT / 'tests' / 'support'
 PROGRAM = ROOT / 'build' / 'release' / 'app' / 'TessarineConfig'
 sys.path.insert(0, str(SUPPORT))
 
+LONGEST_WAIT = 300  # seconds, by the guest's clock
 USER, USER_ID = 'usuario', 4321
 AS_USER = ('setpriv', f'--reuid={USER_ID}', f'--regid={USER_ID}', '--clear-groups')
 # What a desktop's session says for its user, who sits before the machine.
@@ -46,11 +47,19 @@ def begin():
         time.sleep(0.1)
 
 
+def wait_until(condition, what):
+    """Waits for it, but not for ever."""
+    end = time.monotonic() + LONGEST_WAIT
+    while not condition():
+        if time.monotonic() > end:
+            raise TimeoutError(f'{what} within {LONGEST_WAIT} s')
+        time.sleep(0.02)
+
+
 def device(label):
     """The block device of the volume with that label, waited for."""
     link = pathlib.Path('/dev/disk/by-label', label)
-    while not link.exists():
-        time.sleep(0.1)
+    wait_until(link.exists, f'no {link}')
     return link.resolve()
 
 
@@ -67,8 +76,9 @@ def unmount(label):
 def pull(name, label):
     """Pulls the drive out, and returns once its volume and what it was mounted on are gone."""
     _use_hands('unplug', name)
-    while any(pathlib.Path(place, label).exists() for place in ('/dev/disk/by-label', f'/media/{USER}')):
-        time.sleep(0.02)
+    for place in ('/dev/disk/by-label', f'/media/{USER}'):
+        path = pathlib.Path(place, label)
+        wait_until(lambda path=path: not path.exists(), f'{path} did not go')
 
 
 def plug_in(name, label):

@@ -117,6 +117,11 @@ def clear(drive):
         launcher.unlink()
 
 
+def in_short(path):
+    """Its name in a table, where each run should have the same."""
+    return re.sub(r'\.[A-Za-z]{6}$', '.XXXXXX', re.sub(r'\d{14}', 'TIME', path.rstrip('/')))
+
+
 def outcome(run, ended, done, expected):
     """What a second run that ended with that message has come to."""
     found = content(run.drive)
@@ -125,7 +130,7 @@ def outcome(run, ended, done, expected):
     wrong += [path for path in more if not LEFTOVER.match(path)]
     if ended != done or wrong:
         return f'"{ended}"; not as it should be: {wrong}'
-    left = sorted({re.sub(r'\d{14}', 'TIME', '/'.join(path.split('/')[:2])) for path in more})
+    left = sorted({in_short(LEFTOVER.match(path)[0]) for path in more})
     return f'complete; left over: {", ".join(left) or "nothing"}'
 
 

@@ -46,9 +46,11 @@ def start(drive, version):
             said = sample.process.stdout.readline()
             return 'starts' if said == f'ready {version}\n' else f'says "{said.strip()}"'
     except PermissionError:
-        tried = subprocess.run(['sh', launcher], check=False, stderr=subprocess.PIPE, text=True)
+        # Without a display no box waits for an answer.
+        tried = subprocess.run(['sh', launcher], check=False, stderr=subprocess.PIPE, text=True,
+                               env={**os.environ, 'DISPLAY': ''})
         errors = tried.stderr.replace(str(drive), '...').strip().splitlines()
-        return f'is refused; through `sh`: "{errors[-1]}"'
+        return f'is refused; through `sh`: "{errors[0]}"'
 
 
 def work(shared, name):

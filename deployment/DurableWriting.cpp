@@ -125,7 +125,8 @@ bool leadsAstray(const QString &path)
         return false;
     if (stat(name.constData(), &target) != 0 || stat(directory.constData(), &home) != 0)
         return true;
-    return target.st_dev != home.st_dev || (S_ISLNK(entry.st_mode) && !S_ISDIR(target.st_mode));
+    // On an overlay only directories all have its own number.
+    return S_ISDIR(target.st_mode) ? target.st_dev != home.st_dev : S_ISLNK(entry.st_mode);
 }
 
 FileSystemSync::FileSystemSync(const QString &directory)

@@ -33,10 +33,10 @@ bool commitFlushed(QSaveFile *file);
 // either or both. On false neither is there.
 bool makeDirectory(const QString &path);
 
-// Whether what stands at the path leads off its directory's file system, as a link or because
-// something is mounted there, or is a link to a file, or to nothing. A drive may come from anybody:
-// what is written there would land among the host's files, take the place of a document of the
-// user's, or be left out when the drive is synced.
+// Whether there is a directory of another file system at the path, linked or mounted, or a link to
+// a file or to nothing. A drive may come from anybody: what is written there would land among the
+// host's files, take the place of a document of the user's, or be left out when the drive is
+// synced.
 bool leadsAstray(const QString &path);
 
 // Tells whether what is written to a file system reaches its medium. Make it before the writing

@@ -53,7 +53,7 @@ def wait_until(condition, what):
     while not condition():
         if time.monotonic() > end:
             raise TimeoutError(f'{what} within {LONGEST_WAIT} s')
-        time.sleep(0.02)
+        time.sleep(0.002)
 
 
 def device(label):

@@ -10,7 +10,6 @@ import re
 import shutil
 import signal
 import sys
-import time
 
 import bundles
 import guest
@@ -41,8 +40,7 @@ def is_there(drive, pattern):
 
 def wait_and_stop(process_id, condition):
     """Stops the program at the first moment at which that is so."""
-    while not condition():
-        time.sleep(0.002)
+    guest.wait_until(condition, 'nothing to stop the program at')
     os.kill(process_id, signal.SIGSTOP)
 
 
@@ -90,9 +88,13 @@ class Run:
         self.update()
         wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/windows.backup-*'))
 
+    def second_swap(self):
+        self.update()
+        wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/linux.backup-*'))
+
     def pulled_during(self, moment):
         """What was said, once the stick is plugged in again."""
-        getattr(self, moment)()
+        getattr(self, moment.replace(' ', '_'))()
         guest.pull(self.stick, self.stick)
         os.kill(self.manager.process_id, signal.SIGCONT)
         said = self.manager.box()
@@ -122,8 +124,10 @@ def in_short(path):
     return re.sub(r'\.[A-Za-z]{6}$', '.XXXXXX', re.sub(r'\d{14}', 'TIME', path.rstrip('/')))
 
 
-def outcome(run, ended, done, expected):
-    """What a second run that ended with that message has come to."""
+def outcome(run, said, ended, done, expected):
+    """What a second run that ended with that message has come to, after the pull and what was said then."""
+    if said == done:
+        return 'the pull was called a success'
     found = content(run.drive)
     wrong = [path for path in expected if found.get(path) != expected[path]]
     more = [path for path in found if path not in expected]
@@ -147,17 +151,18 @@ def work(shared, name):
             assert manager.box() == done
             undisturbed[again] = content(run.drive)
             print(f'{name}, undisturbed: "{done}"', flush=True)
-        for moment in ('copy', 'download', 'extraction', 'swap'):
+        for moment in ('copy', 'download', 'extraction', 'swap', 'second swap'):
             clear(run.drive)
             again, done = run.prepare, PREPARED
             if moment != 'copy':
                 run.prepare()
                 assert manager.box() == PREPARED
                 again, done = run.update, updated(NEW)
-            said = re.sub(r'\d{14}', 'TIME', run.pulled_during(moment)).strip()
+            said = run.pulled_during(moment)
             again()
-            rows.append((name, moment, f'"{said.replace(str(run.drive), "...")}"',
-                         outcome(run, manager.box(), done, undisturbed[again])))
+            in_table = re.sub(r'\d{14}', 'TIME', said).strip().replace(str(run.drive), '...')
+            rows.append((name, moment, f'"{in_table}"',
+                         outcome(run, said, manager.box(), done, undisturbed[again])))
             print(*rows[-1], sep=', ', flush=True)
             (shared / f'{name}.json').write_text(json.dumps(rows))
     guest.unmount(name.upper())

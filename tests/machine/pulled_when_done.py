@@ -54,7 +54,8 @@ def start(drive, version):
 
 
 def work(shared, name):
-    from manager import PREPARED, Manager, install, question_before_preparing, question_before_updating, updated
+    from manager import (PREPARED, Manager, install, question_before_preparing, question_before_updating, state_of,
+                         updated)
     from vendor import Vendor
     drive = guest.mount(name.upper())
     program = install(guest.PROGRAM, f'/tmp/{name}/manager', shared / OLD / 'windows', shared / OLD / 'linux')
@@ -70,6 +71,7 @@ def work(shared, name):
         assert guest.mount(name.upper()) == drive
         wrong = [path for kind in bundles.FILES
                  for path in differences(shared / version / kind, drive / 'Tessarine' / kind)]
+        wrong += [] if state_of(drive)['installedVersion'] == version else [bundles.STATE]
         rows.append((name, step, size_of(shared / version), f'{seconds:.0f} s',
                      f'differs: {wrong}' if wrong else 'every byte there', start(drive, version)))
         print(*rows[-1], sep=', ', flush=True)

@@ -187,11 +187,12 @@ private Q_SLOTS:
         const Drive drive = Drive::tmpfs(2 * mebibyte);
         for (const char *name : {"a", "b", "c", "d"})
             source.writeSparse(name, 3 * mebibyte / 2);
-        const QString message = copyDirectory(source.path(), drive.path());
-        QCOMPARE(drive.names().size(), 1);
-        const QString copied = drive.path(drive.names().first());
-        QCOMPARE(m_result.touchedPaths, (QStringList{drive.path(), copied}));
-        QVERIFY2(message.startsWith("Nao foi possivel gravar o arquivo: " + drive.path()),
+        const QString target = drive.path("target");
+        const QString message = copyDirectory(source.path(), target);
+        QCOMPARE(drive.names("target").size(), 1);
+        const QString copied = target + u'/' + drive.names("target").first();
+        QCOMPARE(m_result.touchedPaths, (QStringList{target, copied}));
+        QVERIFY2(message.startsWith("Nao foi possivel gravar o arquivo: " + target),
                  qPrintable(message));
     }
 

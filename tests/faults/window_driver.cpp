@@ -113,8 +113,8 @@ int main(int argc, char *argv[])
         TestSupport::enterPrivateNetwork();
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
-    // Qt scales the picture behind the controls in as many threads of its pool as happen to be idle,
-    // each with a descriptor of its own.
+    // Qt scales the picture behind the controls in as many threads of its pool as happen to be
+    // idle, each with a descriptor of its own.
     QThreadPool::globalInstance()->setMaxThreadCount(1);
     QThreadPool::globalInstance()->setExpiryTimeout(-1);
     const QStringList arguments = QCoreApplication::arguments().mid(1);

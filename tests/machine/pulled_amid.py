@@ -88,13 +88,9 @@ class Run:
         self.update()
         wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/windows.backup-*'))
 
-    def second_swap(self):
-        self.update()
-        wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/linux.backup-*'))
-
     def pulled_during(self, moment):
         """What was said, once the stick is plugged in again."""
-        getattr(self, moment.replace(' ', '_'))()
+        getattr(self, moment)()
         guest.pull(self.stick, self.stick)
         os.kill(self.manager.process_id, signal.SIGCONT)
         said = self.manager.box()
@@ -151,7 +147,7 @@ def work(shared, name):
             assert manager.box() == done
             undisturbed[again] = content(run.drive)
             print(f'{name}, undisturbed: "{done}"', flush=True)
-        for moment in ('copy', 'download', 'extraction', 'swap', 'second swap'):
+        for moment in ('copy', 'download', 'extraction', 'swap'):
             clear(run.drive)
             again, done = run.prepare, PREPARED
             if moment != 'copy':

@@ -9,6 +9,7 @@ after fsck: after a cut preparation a second one completes, and fsck harms nothi
 """
 
 import argparse
+import concurrent.futures
 import contextlib
 import ctypes
 import json
@@ -303,7 +304,7 @@ def examine(file_system, subsets, every):
         stick = host.stick(scratch, 'PEN', file_system, SIZE >> 20, log=log)
         shutil.copy(scratch / 'PEN', scratch / 'base')
         host.run(__file__, 'record', scratch, [stick])
-        host.run(__file__, 'judge', scratch, [], file_system, subsets, every, limit=7200)
+        host.run(__file__, 'judge', scratch, [], file_system, subsets, every, limit=7200, processors=1)
         return json.loads((scratch / 'verdicts.json').read_text())
 
 
@@ -321,8 +322,9 @@ def main():
     parser.add_argument('file_systems', nargs='*', metavar='vfat|exfat', default=('vfat', 'exfat'))
     options = parser.parse_args()
     broken = False
-    for name in options.file_systems:
-        verdicts = examine(name, options.subsets, options.every)
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        found = pool.map(lambda name: examine(name, options.subsets, options.every), options.file_systems)
+    for name, verdicts in zip(options.file_systems, found):
         tables.write('reliability.md', 'power cuts', HEADER, [
             (name, one['stage'], one['steps'], *cells(one['prefixes']), *cells(one['subsets'])) for one in verdicts])
         broken |= any(one['missing'] or sum(one['prefixes'][key] for key in ('broken', 'in vain', 'in vain after fsck'))

@@ -117,16 +117,18 @@ bool makeDirectory(const QString &path)
 bool leadsAstray(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
-    const QByteArray directory = QFile::encodeName(QFileInfo(path).absolutePath());
     struct stat entry = {};
     struct stat target = {};
-    struct stat home = {};
     if (lstat(name.constData(), &entry) != 0)
         return false;
-    if (stat(name.constData(), &target) != 0 || stat(directory.constData(), &home) != 0)
+    if (stat(name.constData(), &target) != 0)
         return true;
-    // On an overlay only directories all have its own number.
-    return S_ISDIR(target.st_mode) ? target.st_dev != home.st_dev : S_ISLNK(entry.st_mode);
+    if (!S_ISDIR(target.st_mode))
+        return S_ISLNK(entry.st_mode);
+    // Asked of directories alone: on an overlay only they all have its own number.
+    const QByteArray directory = QFile::encodeName(QFileInfo(path).absolutePath());
+    struct stat home = {};
+    return stat(directory.constData(), &home) != 0 || target.st_dev != home.st_dev;
 }
 
 FileSystemSync::FileSystemSync(const QString &directory)

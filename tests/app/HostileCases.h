@@ -1,7 +1,10 @@
 #pragma once
 
 #include "tests/app/UpdateSituation.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/PeakMemory.h"
+
+#include <sys/sysmacros.h>
 
 namespace
 {
@@ -29,6 +32,9 @@ protected:
         QString words;
         QStringList tree;
     };
+
+    const QString stateName = QStringLiteral("Tessarine/update-state.json");
+    const dev_t deviceWithoutEnd = makedev(1, 5); // /dev/zero, see null(4)
 
     // What a hostile link or entry would like to write to.
     const Drive host;
@@ -58,6 +64,16 @@ protected:
         return host.tree() == onHost ? outcome : hostChanged;
     }
 
+    // Does so without root's rights over permissions.
+    static void withoutPrivileges(const std::function<void()> &action)
+    {
+        QCOMPARE(setegid(TestSupport::unprivilegedUser), 0);
+        QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
+        action();
+        QCOMPARE(seteuid(0), 0);
+        QCOMPARE(setegid(0), 0);
+    }
+
     // What the last case took: bytes, and milliseconds of this process's own clock.
     qint64 memoryGrowth() const { return m_memoryGrowth; }
     qint64 milliseconds() const { return m_milliseconds; }
@@ -85,13 +101,13 @@ protected:
         for (const QString &name : requiredNames)
             package.write(QStringLiteral("Tessarine/") + name, "1.1.0");
         const QStringList newBundles = package.tree().filter(m_bundle);
-        const QStringList newState{m_stateName + QStringLiteral(": 1.1.0")};
+        const QStringList newState{stateName + QStringLiteral(": 1.1.0")};
         QStringList backups = before.filter(m_bundle);
         backups.replaceInStrings(m_bundle, QStringLiteral("\\1.backup-TIME"));
         QStringList rest;
         QStringList oldState;
         for (const QString &line : before) {
-            if (line.startsWith(m_stateName))
+            if (line.startsWith(stateName))
                 oldState << line;
             else if (!m_bundle.match(line).hasMatch())
                 rest << line;
@@ -109,7 +125,7 @@ protected:
                               QStringLiteral("TIME"));
         for (QString &line : tree) {
             if (m_writtenState.match(line).hasMatch())
-                line = m_stateName + QStringLiteral(": ") + stateInWords();
+                line = stateName + QStringLiteral(": ") + stateInWords();
         }
         tree.sort();
         return tree;
@@ -126,8 +142,7 @@ private:
     qint64 m_milliseconds = 0;
     QStringList m_rows;
     const QRegularExpression m_bundle{QStringLiteral("^(Tessarine/(?:windows|linux))(?=/|:| ->)")};
-    const QString m_stateName = QStringLiteral("Tessarine/update-state.json");
-    const QRegularExpression m_writtenState{u'^' + m_stateName + QStringLiteral(": \\d{3} bytes")};
+    const QRegularExpression m_writtenState{u'^' + stateName + QStringLiteral(": \\d{3} bytes")};
 
     // The version, if all the rest is as the program writes it.
     QString stateInWords() const

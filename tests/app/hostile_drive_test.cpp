@@ -1,19 +1,13 @@
 #include "tests/app/HostileCases.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFileSystem.h"
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 // A drive that somebody else has prepared. The program may refuse it; it follows no link off the
 // drive and waits for nothing that never comes.
 class HostileDriveTest : public HostileCases
 {
     Q_OBJECT
-
-    const QString stateName = QStringLiteral("Tessarine/update-state.json");
-
-    const dev_t deviceWithoutEnd = makedev(1, 5); // /dev/zero, see null(4)
 
     QString outcomeOfUpdate(const QString &name = QString::fromUtf8(QTest::currentDataTag()))
     {
@@ -132,13 +126,7 @@ private Q_SLOTS:
     void bundleRootThatCannotBeEnteredIsRefused()
     {
         QCOMPARE(chmod(QFile::encodeName(drive->path(QStringLiteral("Tessarine"))), 0), 0);
-        const auto update = [this] {
-            QCOMPARE(setegid(TestSupport::unprivilegedUser), 0);
-            QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
-            agreeToUpdate();
-            QCOMPARE(seteuid(0), 0);
-            QCOMPARE(setegid(0), 0);
-        };
+        const auto update = [this] { withoutPrivileges([this] { agreeToUpdate(); }); };
         QCOMPARE(outcomeOf(update, QStringLiteral("`Tessarine` without permissions")), asBefore);
         compareWarning(QStringLiteral("Não foi possível criar área temporária na unidade USB."));
     }

@@ -1,9 +1,7 @@
 #include "tests/app/HostileCases.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFileSystem.h"
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 // A drive that somebody else has made for this, on which a preparation begins: what it writes stays
 // on the drive, and nothing is waited for that never comes.
@@ -12,7 +10,6 @@ class HostilePreparationTest : public HostileCases
     Q_OBJECT
 
     const QString prepared = QStringLiteral("prepared");
-    const QString stateName = QStringLiteral("Tessarine/update-state.json");
     const QString success = QStringLiteral("USB preparado com estrutura portatil Tessarine.");
 
     const Drive source;
@@ -154,13 +151,7 @@ private Q_SLOTS:
         drive->makeDirectory(name);
         drive->giveAway();
         QCOMPARE(chmod(QFile::encodeName(drive->path(name)).constData(), 0), 0);
-        const auto prepareUnprivileged = [this] {
-            QCOMPARE(setegid(TestSupport::unprivilegedUser), 0);
-            QCOMPARE(seteuid(TestSupport::unprivilegedUser), 0);
-            prepare();
-            QCOMPARE(seteuid(0), 0);
-            QCOMPARE(setegid(0), 0);
-        };
+        const auto prepareUnprivileged = [this] { withoutPrivileges([this] { prepare(); }); };
         compareRefused(QStringLiteral("Nao foi possivel criar a pasta: ") + drive->path(refused),
                        outcomeOf(prepareUnprivileged));
         QCOMPARE(drive->names(name), QStringList());
@@ -184,7 +175,6 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(mode_t, kind);
         drive->makeDirectory(QFileInfo(name).path());
-        const dev_t deviceWithoutEnd = makedev(1, 5); // /dev/zero, see null(4)
         QCOMPARE(mknod(qPrintable(drive->path(name)), kind | 0600, deviceWithoutEnd), 0);
         QCOMPARE(outcomeOfPreparation(), prepared);
         compareInformation(success);

@@ -8,7 +8,8 @@ import signal
 import subprocess
 import time
 
-from small_drive import FAILING, LOST, OF_ANY_DRIVE, OF_DRIVE, REMOUNTED, contents, differences, entry_at, tree
+from small_drive import (FAILING, LOST, OF_ANY_DRIVE, OF_DRIVE, REMOUNTED, contents, differences, differing_names,
+                         entry_at, tree)
 from faults import ERRORS, KILL, Fault
 from drive_calls import AS_ON_FAT, TRACED, name_on
 
@@ -199,7 +200,6 @@ class Command:
     @staticmethod
     def difference(fault, entries, expected):
         """Empty where a fault that spoils one entry's permissions leaves others."""
-        difference = differences(entries, expected)
-        if fault.changes_modes and ', ' not in difference:
-            return differences(contents(entries), contents(expected))
-        return difference
+        if fault.changes_modes and len(differing_names(entries, expected)) == 1:
+            entries, expected = contents(entries), contents(expected)
+        return differences(entries, expected)

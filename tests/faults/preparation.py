@@ -67,8 +67,7 @@ class Preparation(Command):
     @staticmethod
     def is_synced(calls):
         """Whether the first one opens a file that the next one syncs: on FAT, under its final name."""
-        following = calls[1:2]
-        return [(call.verb, call.paths) for call in following] == [('fsync', calls[0].paths)]
+        return len(calls) > 1 and (calls[1].verb, calls[1].paths) == ('fsync', calls[0].paths)
 
     @staticmethod
     def last_sync_of_text(calls):

@@ -63,10 +63,13 @@ def contents(entries):
     return {name: entry.content for name, entry in entries.items()}
 
 
+def differing_names(entries, expected):
+    return sorted(name for name in {*entries, *expected} if entries.get(name) != expected.get(name))
+
+
 def differences(entries, expected):
     """What differs between two trees, in a line."""
-    names = sorted(name for name in {*entries, *expected} if entries.get(name) != expected.get(name))
-    return ', '.join(names[:5])
+    return ', '.join(differing_names(entries, expected)[:5])
 
 
 def write_all(root, files):

@@ -4,6 +4,7 @@
 // Prints the longest gap between two turns of the event loop, the 99th percentile of the gaps, and
 // the seconds that it took, all of it on the medium.
 
+#include "bench/TurnWatch.h"
 #include "deployment/DurableWriting.h"
 #include "deployment/PortableBundleManager.h"
 
@@ -11,10 +12,6 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QTextStream>
-#include <QTimer>
-
-#include <algorithm>
-#include <vector>
 
 using Tessarine::Deployment::FileSystemSync;
 using Tessarine::Deployment::PortableBundleManager;
@@ -23,32 +20,6 @@ using Tessarine::Deployment::PortableBundleResult;
 
 namespace
 {
-
-// Notes when the event loop turns.
-class TurnWatch
-{
-public:
-    TurnWatch()
-    {
-        clock.start();
-        QObject::connect(&timer, &QTimer::timeout, [this] { end(); });
-        timer.start(0);
-    }
-
-    // Ends a gap.
-    void end() { gaps.push_back(static_cast<double>(clock.restart()) / 1e3); }
-
-    double longest(double share)
-    {
-        std::sort(gaps.begin(), gaps.end());
-        return gaps[static_cast<size_t>(static_cast<double>(gaps.size() - 1) * share)];
-    }
-
-private:
-    QElapsedTimer clock;
-    QTimer timer;
-    std::vector<double> gaps;
-};
 
 PortableBundleResult run(const QString &operation, const QString &first, const QString &second)
 {
@@ -81,7 +52,7 @@ int main(int argc, char *argv[])
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() != 4)
         return 2;
-    TurnWatch turns;
+    TurnWatch turns([] { return true; });
     QElapsedTimer clock;
     clock.start();
     const PortableBundleResult result = run(arguments[1], arguments[2], arguments[3]);

@@ -41,7 +41,7 @@ def update(build, rounds):
                 words = subprocess.run([build / 'bench/update_bench', way, drive, package], check=True,
                                        stdout=subprocess.PIPE, text=True).stdout.split()
                 if way == 'ours':
-                    peaks.append(float(words[0]) * (1 << 20) / package.stat().st_size)
+                    peaks.append(float(words[0]) * MEGABYTE / package.stat().st_size)
                 return float(words[1])
 
             yield compare(f'update with a package of {size} MB',

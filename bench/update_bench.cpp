@@ -2,11 +2,17 @@
 // its own on the loopback interface, with HTTPS.
 // update_bench script DRIVE PACKAGE: does what the update does from a shell, from such a server.
 // Prints the peak of the memory beyond that of the idle window, in MB, and the seconds.
+// update_bench fetch DRIVE PACKAGE: prints the longest gap between two turns of the event loop
+// while the window fetches the package, what 99 of 100 gaps are below, and the seconds of the
+// update.
 
+#include "bench/TurnWatch.h"
 #include "tests/app/UpdateSituation.h"
+#include "tests/support/PeakMemory.h"
 
-#include <QElapsedTimer>
 #include <QTextStream>
+
+using TestSupport::PeakMemoryWatch;
 
 namespace
 {
@@ -36,27 +42,25 @@ QByteArray contents(const QString &path)
     return file.readAll();
 }
 
-// A field of /proc/self/status (proc(5)), in MB.
-double memory(const char *field)
-{
-    const QByteArray status = contents(QStringLiteral("/proc/self/status"));
-    const qsizetype begin = status.indexOf(field) + qsizetype(qstrlen(field)) + 1;
-    return status.mid(begin, status.indexOf("kB", begin) - begin).trimmed().toDouble() / 1024;
-}
-
-double updateThroughWindow(UpdateSituation *situation, const QString &drive)
+void openWindow(UpdateSituation *situation, const QString &drive)
 {
     situation->user = std::make_unique<MessageBoxUser>();
     situation->openWindowOver({mountedVolume(QStringLiteral("PEN"), drive)});
-    QFile clear(QStringLiteral("/proc/self/clear_refs"));
-    const double idle = memory("VmRSS:");
-    if (!clear.open(QIODevice::WriteOnly) || clear.write("5") != 1 || !clear.flush())
-        qFatal("The peak can't be measured");
+}
+
+void updateThroughWindow(UpdateSituation *situation)
+{
     situation->agreeToUpdate();
     const QString text = situation->lastBox().text;
     if (!text.startsWith(QStringLiteral("Atualização concluída.")))
         qFatal("%s", qPrintable(text));
-    return memory("VmHWM:") - idle;
+}
+
+bool isFetching(const ConfigWindow &window)
+{
+    const auto *progress = window.findChild<QProgressDialog *>();
+    return progress != nullptr
+           && progress->labelText() == QStringLiteral("Baixando pacote de atualização...");
 }
 
 void updateByScript(const UpdateSituation &situation, const QString &drive)
@@ -85,13 +89,25 @@ int main(int argc, char *argv[])
     UpdateSituation situation;
     situation.openServer();
     situation.publish(contents(arguments[3]));
+    const QString &way = arguments[1];
+    const QString &drive = arguments[2];
+    QTextStream output(stdout);
     QElapsedTimer clock;
     clock.start();
-    double peak = 0;
-    if (arguments[1] == QStringLiteral("script"))
-        updateByScript(situation, arguments[2]);
-    else
-        peak = updateThroughWindow(&situation, arguments[2]);
-    QTextStream(stdout) << peak << ' ' << static_cast<double>(clock.nsecsElapsed()) / 1e9 << '\n';
+    if (way == QStringLiteral("script")) {
+        updateByScript(situation, drive);
+        output << 0;
+    } else if (way == QStringLiteral("ours")) {
+        openWindow(&situation, drive);
+        const PeakMemoryWatch memory;
+        updateThroughWindow(&situation);
+        output << static_cast<double>(memory.growth()) / 1e6;
+    } else {
+        openWindow(&situation, drive);
+        TurnWatch turns([&situation] { return isFetching(*situation.window); });
+        updateThroughWindow(&situation);
+        output << turns.longest(1) << ' ' << turns.longest(0.99);
+    }
+    output << ' ' << static_cast<double>(clock.nsecsElapsed()) / 1e9 << '\n';
     return 0;
 }

@@ -11,7 +11,6 @@ What is written to /dev/virtio-ports/hands there pulls a drive out, or plugs it 
 """
 
 import argparse
-import contextlib
 import dataclasses
 import json
 import os
@@ -218,8 +217,11 @@ def unpacked_kernel():
         if not (unpacked / 'lib').exists():  # since Debian 13, where the root has such a link as well
             (unpacked / 'lib').symlink_to('usr/lib')
         subprocess.run(['depmod', '-b', unpacked, package.removeprefix('linux-image-')], check=True)
-        with contextlib.suppress(FileExistsError):  # of somebody who was faster
+        try:
             unpacked.rename(directory)
+        except OSError:
+            if not directory.is_dir():  # somebody else was no faster
+                raise
     return directory
 
 

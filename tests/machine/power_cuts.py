@@ -4,8 +4,9 @@ write by write, and what stands on the drive after each cut is looked at.
 
 A cut leaves the drive with the writes up to any sector of any of them; on a drive with a cache of
 its own that is lost, also with any part of the writes since the last flush. Each is mounted and read.
-Each cut in order, and one in so many of the others, is also gone on with as its user would, at once and
-after fsck: after a cut preparation a second one completes, and fsck harms nothing.
+Each cut in order, each that broke something, and one in so many of the others, is also gone on with
+as its user would, at once and after fsck: after a cut preparation a second one completes, and fsck
+harms nothing.
 """
 
 import argparse
@@ -23,10 +24,12 @@ import sys
 import bundles
 import guest
 import host
+import machine
 import recording
 import tables
 from bundles import HOST, STATE, tree
 from guest import ROOT, be_vendor, on_desktop
+from invariants import broken_by_preparation, broken_by_update
 
 SIZE = 16 << 20
 MS_RDONLY = 1  # mount(2)
@@ -174,68 +177,41 @@ class UsedDisk:
         return driver.returncode, driver.stdout, self.tree()
 
 
-def below(files, directory):
-    return {path.removeprefix(directory): content for path, content in files.items()
-            if path.startswith(directory)}
-
-
-def broken_by_preparation(now, before, after):
-    for path in before.keys() | after.keys():
-        allowed = {before.get(path), after.get(path)}
-        if now.get(path) in allowed:
-            continue
-        if path in before or path == STATE and path in now:
-            yield f'{path} was whole and is {now.get(path)}'
-        elif now[path][1] == after[path][1]:
-            yield f'{path} has the right size and {now[path][0]}'
-    if now.get(STATE) == after[STATE] != before.get(STATE):
-        for path in after:
-            if now.get(path) != after[path]:
-                yield f'the state is new, but {path} is {now.get(path)}'
-
-
-def broken_by_update(now, before, after):
-    places = [f'Tessarine/{kind}/' for kind in bundles.FILES]
-    for path in before:
-        if not path.startswith(tuple(places)) and now.get(path) not in (before[path], after.get(path)):
-            yield f'{path} was whole and is {now.get(path)}'
-    for bundle in places:
-        homes = {'/'.join(path.split('/')[:2]) + '/' for path in now if path.startswith(bundle[:-1])}
-        if not any(below(now, place) in (below(before, bundle), below(after, bundle)) for place in homes):
-            yield f'{bundle} is whole nowhere: {({place: below(now, place) for place in homes})}'
-        if now.get(STATE) == after[STATE] and below(now, bundle) != below(after, bundle):
-            yield f'the state is new, but {bundle} is not'
-
-
 class Verdict:
     """Looks at the cuts of one stage and counts them."""
 
     def __init__(self, disk, before, after, every):
         self._disk, self._before, self._after, self._every = disk, before, after, every
         self._broken_by = broken_by_update if after['name'] == 'update' else broken_by_preparation
-        self.counts = {kind: dict.fromkeys(('cuts', 'broken', 'taken up', 'in vain', 'in vain after fsck'), 0)
-                       for kind in ('prefixes', 'subsets')}
+        self._is_preparation = after['name'] in VERSION_OF
+        counted = ['cuts', 'broken', 'gone on with', 'in vain after fsck'] + ['in vain'] * self._is_preparation
+        self.counts = {kind: dict.fromkeys(counted, 0) for kind in ('prefixes', 'subsets')}
 
     def look(self, kind):
         """At the disk as it is."""
         counts = self.counts[kind]
         counts['cuts'] += 1
-        self._note(kind, 'broken', self._violations(self._disk))
-        if counts['cuts'] % self._every[kind] == 0:
-            counts['taken up'] += 1
-            if self._after['name'] in VERSION_OF:
-                self._note(kind, 'in vain', self._taken_up(self._disk.copy()))
-            repaired = self._disk.copy()
-            repaired.repair()
-            violations = self._violations(repaired)
-            if self._after['name'] in VERSION_OF:
-                violations += self._taken_up(repaired)
-            self._note(kind, 'in vain after fsck', violations)
+        broken = self._violations(self._disk)
+        self._note(kind, 'broken', broken)
+        if broken or counts['cuts'] % self._every[kind] == 0:
+            counts['gone on with'] += 1
+            self._go_on(kind, broken)
+
+    def _go_on(self, kind, broken):
+        """With what the cut has left, of which that much is broken."""
+        if self._is_preparation:
+            self._note(kind, 'in vain', self._prepared_again(self._disk.copy()))
+        repaired = self._disk.copy()
+        repaired.repair()
+        violations = [one for one in self._violations(repaired) if one not in broken]
+        if self._is_preparation:
+            violations += self._prepared_again(repaired)
+        self._note(kind, 'in vain after fsck', violations)
 
     def _violations(self, disk):
         return list(self._broken_by(disk.tree(), self._before['tree'], self._after['tree']))
 
-    def _taken_up(self, disk):
+    def _prepared_again(self, disk):
         """What goes wrong when the user of the disk prepares it again."""
         try:
             status, said, now = disk.prepare(pathlib.Path('/tmp', self._after['name']))
@@ -249,7 +225,7 @@ class Verdict:
         broken = self._disk.copy()
         with broken.mounted() as place:
             pathlib.Path(place, 'Tessarine').write_bytes(b'')
-        said = self._taken_up(broken), self._taken_up(self._disk.copy())
+        said = self._prepared_again(broken), self._prepared_again(self._disk.copy())
         if not said[0] or said[1]:
             raise RuntimeError(f'Of a broken disk is said: {said[0]}; of a whole one: {said[1]}')
 
@@ -304,13 +280,13 @@ def examine(file_system, subsets, every):
         stick = host.stick(scratch, 'PEN', file_system, SIZE >> 20, log=log)
         shutil.copy(scratch / 'PEN', scratch / 'base')
         host.run(__file__, 'record', scratch, [stick])
-        host.run(__file__, 'judge', scratch, [], file_system, subsets, every, limit=7200, processors=1)
+        host.run(__file__, 'judge', scratch, [], file_system, subsets, every, limit=10000, processors=1)
         return json.loads((scratch / 'verdicts.json').read_text())
 
 
 def cells(counts):
     return (f'{counts["cuts"]}: {counts["broken"]}',
-            f'{counts["taken up"]}: {counts["in vain"]}, {counts["in vain after fsck"]}')
+            f'{counts["gone on with"]}: {counts.get("in vain", "–")}, {counts["in vain after fsck"]}')
 
 
 def main():
@@ -322,13 +298,14 @@ def main():
     parser.add_argument('file_systems', nargs='*', metavar='vfat|exfat', default=('vfat', 'exfat'))
     options = parser.parse_args()
     broken = False
+    machine.unpacked_kernel()  # once, and not by each
     with concurrent.futures.ThreadPoolExecutor() as pool:
         found = pool.map(lambda name: examine(name, options.subsets, options.every), options.file_systems)
     for name, verdicts in zip(options.file_systems, found):
         tables.write('reliability.md', 'power cuts', HEADER, [
             (name, one['stage'], one['steps'], *cells(one['prefixes']), *cells(one['subsets'])) for one in verdicts])
-        broken |= any(one['missing'] or sum(one['prefixes'][key] for key in ('broken', 'in vain', 'in vain after fsck'))
-                      for one in verdicts)
+        broken |= any(one['missing'] or one['prefixes']['broken'] or one['prefixes']['in vain after fsck']
+                      or any(one[kind].get('in vain') for kind in ('prefixes', 'subsets')) for one in verdicts)
         print(f'{name}: {sum(one[kind]["cuts"] for one in verdicts for kind in ("prefixes", "subsets"))} cuts')
     sys.exit(broken)
 

@@ -21,6 +21,15 @@ FILE_SYSTEMS = ('vfat', 'exfat')
 LIBRARY_SIZE = 4 << 20
 HEADER = ('file system', 'pulled during', 'what was said', 'second run')
 OLD, NEW = '1.0.0', '1.1.0'
+# What is cut short, and how the message begins.
+COMMANDS = {'copy': ('prepare', 'Nao foi possivel gravar o arquivo: '),
+            'download': ('update', 'Não foi possível criar área temporária na unidade USB.'),
+            'extraction': ('update', 'Falha ao extrair ZIP: '),
+            'first swap': ('update', 'Não foi possível criar backup de: '),
+            'second swap': ('update', 'Não foi possível criar backup de: ')}
+# The first stick isn't pulled out. What a pull in the swap leaves on vfat makes the kernel turn the stick read-only
+# when it is used once more, so that it is the last one on a stick.
+STICKS = ((), ('copy', 'download', 'extraction', 'first swap'), ('second swap',))
 
 
 # In the guest
@@ -47,8 +56,8 @@ def wait_and_stop(process_id, condition):
 class Run:
     """The user's work with one stick."""
 
-    def __init__(self, name, manager, vendor):
-        self.stick, self.manager, self.vendor = name.upper(), manager, vendor
+    def __init__(self, stick, manager, vendor):
+        self.stick, self.manager, self.vendor = stick, manager, vendor
         self.drive = guest.mount(self.stick)
         (self.drive / 'carta.txt').write_text('do usuário\n' * 200)
         self.refresh()
@@ -84,13 +93,17 @@ class Run:
         wait_and_stop(self.manager.process_id,
                       lambda: is_there(self.drive, 'Tessarine/.update-*/extracted/Tessarine/windows/Qt6Core.dll'))
 
-    def swap(self):
+    def first_swap(self):
         self.update()
         wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/windows.backup-*'))
 
+    def second_swap(self):
+        self.update()
+        wait_and_stop(self.manager.process_id, lambda: is_there(self.drive, 'Tessarine/linux.backup-*'))
+
     def pulled_during(self, moment):
         """What was said, once the stick is plugged in again."""
-        getattr(self, moment)()
+        getattr(self, moment.replace(' ', '_'))()
         guest.pull(self.stick, self.stick)
         os.kill(self.manager.process_id, signal.SIGCONT)
         said = self.manager.box()
@@ -110,7 +123,8 @@ def content(drive):
 
 
 def clear(drive):
-    shutil.rmtree(drive / 'Tessarine', ignore_errors=True)
+    if (drive / 'Tessarine').exists():
+        shutil.rmtree(drive / 'Tessarine')
     for launcher in drive.glob('Tessarine-*'):
         launcher.unlink()
 
@@ -120,10 +134,8 @@ def in_short(path):
     return re.sub(r'\.[A-Za-z]{6}$', '.XXXXXX', re.sub(r'\d{14}', 'TIME', path.rstrip('/')))
 
 
-def outcome(run, said, ended, done, expected):
-    """What a second run that ended with that message has come to, after the pull and what was said then."""
-    if said == done:
-        return 'the pull was called a success'
+def outcome(run, ended, done, expected):
+    """What a second run that ended with that message has come to."""
     found = content(run.drive)
     wrong = [path for path in expected if found.get(path) != expected[path]]
     more = [path for path in found if path not in expected]
@@ -138,30 +150,45 @@ def work(shared, name):
     from manager import PREPARED, Manager, updated
     from vendor import Vendor
     program = bundles.install(f'/tmp/{name}/manager', '1', LIBRARY_SIZE)
+    done = {'prepare': PREPARED, 'update': updated(NEW)}
     rows, undisturbed = [], {}
+
+    def give(run, command):
+        getattr(run, command)()
+        return manager.box()
+
+    def without_a_pull(run, command):
+        assert give(run, command) == done[command]
+        print(f'{name}, undisturbed: "{done[command]}"', flush=True)
+        return content(run.drive)
+
+    def pull(run, moment):
+        command, beginning = COMMANDS[moment]
+        clear(run.drive)
+        if command == 'update':
+            assert give(run, 'prepare') == PREPARED
+        said = run.pulled_during(moment)
+        ended = give(run, command)
+        come_to = outcome(run, ended, done[command], undisturbed[command])
+        in_table = re.sub(r'\d{14}', 'TIME', said).strip().replace(str(run.drive), '...')
+        rows.append((name, moment, f'"{in_table}"',
+                     come_to if said.startswith(beginning) else f'another message was expected; {come_to}'))
+        print(*rows[-1], sep=', ', flush=True)
+        (shared / f'{name}.json').write_text(json.dumps(rows))
+
     with Manager(program) as manager, Vendor(f'/tmp/{name}/vendor') as vendor:
         bundles.publish(vendor, '2', NEW, LIBRARY_SIZE)
-        run = Run(name, manager, vendor)
-        for again, done in ((run.prepare, PREPARED), (run.update, updated(NEW))):
-            again()
-            assert manager.box() == done
-            undisturbed[again] = content(run.drive)
-            print(f'{name}, undisturbed: "{done}"', flush=True)
-        for moment in ('copy', 'download', 'extraction', 'swap'):
-            clear(run.drive)
-            again, done = run.prepare, PREPARED
-            if moment != 'copy':
-                run.prepare()
-                assert manager.box() == PREPARED
-                again, done = run.update, updated(NEW)
-            said = run.pulled_during(moment)
-            again()
-            in_table = re.sub(r'\d{14}', 'TIME', said).strip().replace(str(run.drive), '...')
-            rows.append((name, moment, f'"{in_table}"',
-                         outcome(run, said, manager.box(), done, undisturbed[again])))
-            print(*rows[-1], sep=', ', flush=True)
-            (shared / f'{name}.json').write_text(json.dumps(rows))
-    guest.unmount(name.upper())
+        for stick, moments in zip(sticks_of(name), STICKS):
+            run = Run(stick, manager, vendor)
+            if not moments:
+                undisturbed = {command: without_a_pull(run, command) for command in done}
+            for moment in moments:
+                pull(run, moment)
+            guest.unmount(stick)
+
+
+def sticks_of(name):
+    return [f'{name.upper()}-{number}' for number in range(len(STICKS))]
 
 
 # Here
@@ -170,7 +197,8 @@ def work(shared, name):
 def main():
     names = sys.argv[1:] or FILE_SYSTEMS
     with host.shared_folder() as shared:
-        drives = [host.stick(shared, name.upper(), name, 256, bytes_per_second=5_000_000) for name in names]
+        drives = [host.stick(shared, stick, name, 256, bytes_per_second=5_000_000)
+                  for name in names for stick in sticks_of(name)]
         host.run(__file__, 'inside', shared, drives, *names)
         rows = [row for name in names for row in json.loads((shared / f'{name}.json').read_text())]
     tables.write('compatibility.md', 'pulled amid', HEADER, rows)

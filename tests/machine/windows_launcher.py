@@ -22,13 +22,16 @@ def started_in(drive, scratch):
     """What the program has noted, once the launcher has ended and left it to itself."""
     environment = {**os.environ, 'WINEPREFIX': str(scratch / 'wine'), 'WINEDEBUG': '-all', 'LC_ALL': 'C.UTF-8',
                    'WINEDLLOVERRIDES': 'mscoree,mshtml='}
-    subprocess.run([ROOT / 'tests/support/with-display', 'wine', 'cmd', '/c',
-                    windows_path(drive / 'Tessarine-Windows.bat')], env=environment, check=True, timeout=LIMIT_S)
     note = drive / 'Tessarine/windows/started-in.txt'
-    deadline = time.monotonic() + LIMIT_S
-    while not (note.exists() and note.stat().st_size) and time.monotonic() < deadline:
-        time.sleep(0.1)
-    subprocess.run(['wineserver', '-k'], env=environment, check=False)
+    try:
+        # By that command the display ends as well, not the shell alone that has opened it.
+        subprocess.run(['timeout', str(LIMIT_S), ROOT / 'tests/support/with-display', 'wine', 'cmd', '/c',
+                        windows_path(drive / 'Tessarine-Windows.bat')], env=environment, check=True)
+        deadline = time.monotonic() + LIMIT_S
+        while not (note.exists() and note.stat().st_size) and time.monotonic() < deadline:
+            time.sleep(0.1)
+    finally:
+        subprocess.run(['wineserver', '-k'], env=environment, check=False)
     return note.read_text(encoding='utf-8') if note.exists() else None
 
 

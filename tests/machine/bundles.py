@@ -54,8 +54,18 @@ def publish(vendor, version, number, library_size=0):
                    number, NOTES)
 
 
+def content_of(path):
+    """What a file holds, as a hash, with its size; of one that can't be read its error."""
+    try:
+        with open(path, 'rb') as file:
+            content = file.read()
+    except OSError as error:
+        return os.strerror(error.errno), -1
+    return hashlib.sha256(content).hexdigest(), len(content)
+
+
 def tree(directory):
-    """What each file holds, as a hash, with its size; what can't be read holds its error."""
+    """What each file holds that is listed; and which directories can't be."""
     found = {}
 
     def unreadable(error):
@@ -64,10 +74,5 @@ def tree(directory):
     for place, _, names in os.walk(directory, onerror=unreadable):
         for name in names:
             path = os.path.join(place, name)
-            try:
-                with open(path, 'rb') as file:
-                    content = file.read()
-                found[os.path.relpath(path, directory)] = (hashlib.sha256(content).hexdigest(), len(content))
-            except OSError as error:
-                found[os.path.relpath(path, directory)] = (os.strerror(error.errno), -1)
+            found[os.path.relpath(path, directory)] = content_of(path)
     return found

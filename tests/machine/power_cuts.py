@@ -6,7 +6,8 @@ A cut leaves the drive with the writes up to any sector of any of them; on a dri
 its own that is lost, also with any part of the writes since the last flush. Each is mounted and read.
 Each cut in order, each that broke something, and one in so many of the others, is also gone on with
 as its user would, at once and after fsck: after a cut preparation a second one completes, and fsck
-harms nothing.
+harms nothing. On exFAT half of an entry hides the one behind it from listings until fsck has been run: that
+is counted for itself, as long as the file can be opened.
 """
 
 import argparse
@@ -27,7 +28,7 @@ import host
 import machine
 import recording
 import tables
-from bundles import HOST, STATE, tree
+from bundles import HOST, STATE, content_of, tree
 from guest import ROOT, be_vendor, on_desktop
 from invariants import broken_by_preparation, broken_by_update
 
@@ -35,7 +36,7 @@ SIZE = 16 << 20
 MS_RDONLY = 1  # mount(2)
 USERS_FILES = ('carta.txt', 'Fotos/praia.jpg')
 VERSION_OF = {'first preparation': '1', 'second preparation': '2'}
-GONE_ON_WITH = 'gone on with: in vain, also after fsck'
+GONE_ON_WITH = 'gone on with: in vain, a file hidden, in vain after fsck'
 HEADER = ('file system', 'step', 'writes and flushes', 'cuts, in order: broken', GONE_ON_WITH,
           'random parts: broken', GONE_ON_WITH)
 
@@ -160,6 +161,11 @@ class UsedDisk:
         except subprocess.CalledProcessError as error:
             return {'/': (str(error), -1)}
 
+    def holds(self, path, content):
+        """Whether the file has that content, listed or not."""
+        with self.mounted('ro') as place:
+            return content_of(f'{place}/{path}') == content
+
     def repair(self):
         """As a system does on its own: what can be done without a question."""
         done = subprocess.run([f'fsck.{self._type}', '-a', self._image], check=False,
@@ -184,7 +190,8 @@ class Verdict:
         self._disk, self._before, self._after, self._every = disk, before, after, every
         self._broken_by = broken_by_update if after['name'] == 'update' else broken_by_preparation
         self._is_preparation = after['name'] in VERSION_OF
-        counted = ['cuts', 'broken', 'gone on with', 'in vain after fsck'] + ['in vain'] * self._is_preparation
+        counted = ['cuts', 'broken', 'gone on with', 'in vain after fsck']
+        counted += ['in vain', 'hidden'] if self._is_preparation else []
         self.counts = {kind: dict.fromkeys(counted, 0) for kind in ('prefixes', 'subsets')}
 
     def look(self, kind):
@@ -200,25 +207,29 @@ class Verdict:
     def _go_on(self, kind, broken):
         """With what the cut has left, of which that much is broken."""
         if self._is_preparation:
-            self._note(kind, 'in vain', self._prepared_again(self._disk.copy()))
+            violations, hidden = self._prepared_again(self._disk.copy())
+            self._note(kind, 'in vain', violations)
+            self._note(kind, 'hidden', hidden)
         repaired = self._disk.copy()
         repaired.repair()
         violations = [one for one in self._violations(repaired) if one not in broken]
         if self._is_preparation:
-            violations += self._prepared_again(repaired)
+            violations += sum(self._prepared_again(repaired), [])
         self._note(kind, 'in vain after fsck', violations)
 
     def _violations(self, disk):
         return list(self._broken_by(disk.tree(), self._before['tree'], self._after['tree']))
 
     def _prepared_again(self, disk):
-        """What goes wrong when the user of the disk prepares it again."""
+        """What goes wrong when the user of the disk prepares it again, and which good files aren't listed then."""
         try:
             status, said, now = disk.prepare(pathlib.Path('/tmp', self._after['name']))
         except subprocess.CalledProcessError as error:
-            return [f'{error}']
-        wrong = [path for path, content in self._after['tree'].items() if path != STATE and now.get(path) != content]
-        return [f'a preparation said "{said}"; wrong are {len(wrong)} files'] if status or wrong else []
+            return [f'{error}'], []
+        expected = {path: content for path, content in self._after['tree'].items() if path != STATE}
+        hidden = [path for path in expected.keys() - now.keys() if disk.holds(path, expected[path])]
+        wrong = [path for path in expected if now.get(path) != expected[path] and path not in hidden]
+        return [f'a preparation said "{said}"; wrong are {wrong}'] if status or wrong else [], hidden
 
     def check(self):
         """That the disk as it is can be gone on with, and one with a file in the way can't."""
@@ -226,7 +237,7 @@ class Verdict:
         with broken.mounted() as place:
             pathlib.Path(place, 'Tessarine').write_bytes(b'')
         said = self._prepared_again(broken), self._prepared_again(self._disk.copy())
-        if not said[0] or said[1]:
+        if not said[0][0] or any(said[1]):
             raise RuntimeError(f'Of a broken disk is said: {said[0]}; of a whole one: {said[1]}')
 
     def _note(self, kind, key, violations):
@@ -286,7 +297,8 @@ def examine(file_system, subsets, every):
 
 def cells(counts):
     return (f'{counts["cuts"]}: {counts["broken"]}',
-            f'{counts["gone on with"]}: {counts.get("in vain", "–")}, {counts["in vain after fsck"]}')
+            f'{counts["gone on with"]}: {counts.get("in vain", "–")}, {counts.get("hidden", "–")}, '
+            f'{counts["in vain after fsck"]}')
 
 
 def main():

@@ -127,9 +127,9 @@ bool fail(PortableBundleResult *result, const QString &message)
     return false;
 }
 
-bool isSamePath(const QString &first, const QString &second)
+bool isSamePath(const QFileInfo &first, const QFileInfo &second)
 {
-    return QFileInfo(first).absoluteFilePath() == QFileInfo(second).absoluteFilePath();
+    return first.absoluteFilePath() == second.absoluteFilePath();
 }
 
 QString sourceDirectoryOf(const QString &executable, const QString &directory)
@@ -263,11 +263,10 @@ qint64 treeSize(const QString &directory, const QList<DirectoryIdentity> &outerD
     const auto openDirectories = outerDirectories + QList{identityOf(directory)};
     qint64 size = 0;
     for (const QFileInfo &entry : QDir(directory).entryInfoList(treeEntries, QDir::NoSort)) {
-        const QString path = entry.absoluteFilePath();
         if (!entry.isDir())
             size += entry.size();
-        else if (!openDirectories.contains(identityOf(path)))
-            size += treeSize(path, openDirectories);
+        else if (!openDirectories.contains(identityOf(entry.absoluteFilePath())))
+            size += treeSize(entry.absoluteFilePath(), openDirectories);
     }
     return size;
 }
@@ -474,14 +473,17 @@ bool PortableBundleManager::ensureDirectory(const QString &path, PortableBundleR
 bool PortableBundleManager::copyFileReplacing(const QString &source, const QString &target,
                                               PortableBundleResult *result) const
 {
-    if (isSamePath(source, target) || isAlreadyCopied(QFileInfo(source), QFileInfo(target))) {
+    const QFileInfo sourceFile(source);
+    const QFileInfo targetFile(target);
+    if (isSamePath(sourceFile, targetFile) || isAlreadyCopied(sourceFile, targetFile)) {
         result->touchedPaths << target;
         return true;
     }
     QFile input(source);
     if (!input.open(QIODevice::ReadOnly))
-        return fail(result, QStringLiteral("Nao foi possivel copiar o arquivo: %1")
-                                .arg(QFileInfo(source).fileName()));
+        return fail(
+            result,
+            QStringLiteral("Nao foi possivel copiar o arquivo: %1").arg(sourceFile.fileName()));
     QSaveFile output(target);
     if (leadsAstray(target) || !output.open(QIODevice::WriteOnly))
         return fail(result, QStringLiteral("Nao foi possivel criar o arquivo: %1").arg(target));
@@ -509,7 +511,8 @@ bool PortableBundleManager::copyExecutable(const QString &source, const QString 
     if (!QFileInfo::exists(source))
         return fail(result,
                     QStringLiteral("Executavel do Tessarine nao encontrado: %1").arg(source));
-    if (!isSamePath(target, source) && !copyFileReplacing(source, target, result))
+    if (!isSamePath(QFileInfo(target), QFileInfo(source))
+        && !copyFileReplacing(source, target, result))
         return fail(result,
                     QStringLiteral("Nao foi possivel copiar o executavel para: %1").arg(target));
     if (copiedPath != nullptr)
@@ -543,10 +546,11 @@ bool PortableBundleManager::copyTree(const QString &source, const QString &targe
         return fail(result, QStringLiteral("Pasta de origem nao encontrada: %1").arg(source));
     if (!ensureDirectory(target, result))
         return false;
+    const QDir targetDirectory(target);
     const auto openDirectories = outerDirectories + QList{identityOf(source), identityOf(target)};
     for (const QFileInfo &entry : directory.entryInfoList(treeEntries, QDir::NoSort)) {
         const QString entrySource = entry.absoluteFilePath();
-        const QString entryTarget = QDir(target).filePath(entry.fileName());
+        const QString entryTarget = targetDirectory.filePath(entry.fileName());
         if (entry.isDir() && openDirectories.contains(identityOf(entrySource)))
             continue;
         if (entry.isDir() && !copyTree(entrySource, entryTarget, openDirectories, result))
@@ -661,7 +665,7 @@ bool PortableBundleManager::copyDeployedRuntime(const QString &targetDirectory,
                                                 PortableBundleResult *result) const
 {
     const QString source = orApplicationDirectory(sourceDirectory);
-    if (!isSamePath(targetDirectory, source))
+    if (!isSamePath(QFileInfo(targetDirectory), QFileInfo(source)))
         return copyDirectoryContents(source, targetDirectory, result);
     result->touchedPaths << targetDirectory;
     return true;
@@ -675,7 +679,7 @@ bool PortableBundleManager::copyAdjacentRuntimeLibraries(const QString &targetDi
     for (const QFileInfo &library : filesNamed(QStringLiteral("*.dll"), source)) {
         const QString path = library.absoluteFilePath();
         const QString target = QDir(targetDirectory).filePath(library.fileName());
-        if (!isSamePath(target, path) && !copyFileReplacing(path, target, result))
+        if (!isSamePath(QFileInfo(target), library) && !copyFileReplacing(path, target, result))
             return fail(
                 result,
                 QStringLiteral("Nao foi possivel copiar a biblioteca: %1").arg(library.fileName()));

@@ -3,7 +3,8 @@
 // fdatasync, rename, and one syncfs at the end. Nothing is checked or kept: no permissions, no
 // links.
 // copy_limit judged SOURCE TARGET: does so with the calls by which a QSaveFile names a file, and
-// the one by which the program judges it before. Prints the seconds that it took.
+// those by which the program judges it before and sets its permissions, before and after.
+// Prints the seconds that it took.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -62,10 +63,12 @@ void copyJudgedFile(const std::string &source, const std::string &target)
     copyContents(source, output);
     constexpr unsigned int writeAndWait =
         SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    check(fchmod(output, 0644) == 0, target);
     check(sync_file_range(output, 0, 0, writeAndWait) == 0 && fdatasync(output) == 0, target);
     const std::string unnamed = "/proc/self/fd/" + std::to_string(output);
     check(linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) == 0,
           target);
+    check(chmod(target.c_str(), 0644) == 0, target);
     close(output);
 }
 

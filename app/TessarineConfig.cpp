@@ -514,8 +514,7 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
         return false;
     }
     QProcess unzip;
-    // All of it is shown. Of each file whose permissions it can't change it tells, with 56 bytes.
-    limitOutput(&unzip, 262'144);
+    limitOutput(&unzip);
     // unzip asks on a full drive and for the password of an encrypted entry. Without input and
     // without a terminal to turn to it gives up at once, instead of waiting for an answer.
     unzip.setStandardInputFile(QProcess::nullDevice());
@@ -525,9 +524,13 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
     if (unzip.waitForFinished(180000) && unzip.exitStatus() == QProcess::NormalExit
         && unzip.exitCode() == 0)
         return true;
-    const QString output = QString::fromLocal8Bit(unzip.readAllStandardOutput());
-    const QString errorOutput = QString::fromLocal8Bit(unzip.readAllStandardError());
-    *error = QStringLiteral("Falha ao extrair ZIP: %1%2").arg(output, errorOutput);
+    // A box takes minutes to lay out more, and the reason stands at the end: of each file whose
+    // permissions it can't change unzip tells before.
+    const auto shown = [](const QByteArray &output) {
+        return QString::fromLocal8Bit(output.right(131'072));
+    };
+    *error = QStringLiteral("Falha ao extrair ZIP: %1%2")
+                 .arg(shown(unzip.readAllStandardOutput()), shown(unzip.readAllStandardError()));
     return false;
 }
 

@@ -8,7 +8,9 @@ namespace Tessarine::Deployment
 namespace
 {
 
-void killBeyondLimit(QProcess *process, QProcess::ProcessChannel channel, qint64 limit)
+constexpr qint64 limit = 4'194'304; // bytes
+
+void killBeyondLimit(QProcess *process, QProcess::ProcessChannel channel)
 {
     process->setReadChannel(channel);
     if (process->bytesAvailable() > limit)
@@ -17,14 +19,12 @@ void killBeyondLimit(QProcess *process, QProcess::ProcessChannel channel, qint64
 
 } // namespace
 
-void limitOutput(QProcess *process, qint64 limit)
+void limitOutput(QProcess *process)
 {
-    QObject::connect(process, &QProcess::readyReadStandardOutput, process, [process, limit] {
-        killBeyondLimit(process, QProcess::StandardOutput, limit);
-    });
-    QObject::connect(process, &QProcess::readyReadStandardError, process, [process, limit] {
-        killBeyondLimit(process, QProcess::StandardError, limit);
-    });
+    QObject::connect(process, &QProcess::readyReadStandardOutput, process,
+                     [process] { killBeyondLimit(process, QProcess::StandardOutput); });
+    QObject::connect(process, &QProcess::readyReadStandardError, process,
+                     [process] { killBeyondLimit(process, QProcess::StandardError); });
 }
 
 } // namespace Tessarine::Deployment

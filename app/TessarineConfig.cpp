@@ -581,20 +581,19 @@ bool openToRemoval(const std::filesystem::path &tree)
     namespace fs = std::filesystem;
     const auto open = [](const fs::path &directory) {
         std::error_code ignored;
-        if ((fs::status(directory, ignored).permissions() & fs::perms::owner_all)
-            != fs::perms::owner_all)
+        const fs::file_status status = fs::status(directory, ignored);
+        if (fs::is_directory(status)
+            && (status.permissions() & fs::perms::owner_all) != fs::perms::owner_all)
             fs::permissions(directory, fs::perms::owner_all, fs::perm_options::add, ignored);
     };
     open(tree);
     std::error_code error;
     for (fs::recursive_directory_iterator entry(tree, error); entry != fs::end(entry);
          entry.increment(error)) {
-        if (!entry->is_symlink(error)) {
-            if (entry->is_directory(error))
-                open(entry->path());
-        } else if (!fs::remove(entry->path(), error)) {
+        if (!entry->is_symlink(error))
+            open(entry->path());
+        else if (!fs::remove(entry->path(), error))
             return false;
-        }
     }
     return true;
 }

@@ -575,6 +575,16 @@ private Q_SLOTS:
         QCOMPARE(permissionsOf(document), 0400U);
     }
 
+    void fileInTheDirectorysPlaceIsNotMadeWritable()
+    {
+        const QByteArray document =
+            QFile::encodeName(drive->write(QStringLiteral("document"), "precious"));
+        QCOMPARE(chmod(document.constData(), 0400), 0);
+        QCOMPARE(remove(QStringLiteral("document")), done);
+        QCOMPARE(drive->tree(), QStringList{"document: precious"});
+        QCOMPARE(permissionsOf(document), 0400U);
+    }
+
     void linkThatCannotBeRemovedDoesNotMakeWhatItLeadsToWritable()
     {
         const Drive host;

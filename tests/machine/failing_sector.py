@@ -7,6 +7,7 @@ that fails there.
 """
 
 import json
+import os
 import re
 import sys
 
@@ -53,6 +54,7 @@ def work(shared, label):
     from vendor import Vendor
     drive = guest.mount(label)
     (drive / 'carta.txt').write_text('do usuário\n' * 200)
+    os.sync()  # it is on the medium before the program comes
     program = bundles.install(f'/tmp/{label}/manager', '1')
     notes = {}
 
@@ -106,36 +108,42 @@ def sector_of(content, log, begin, end):
 
 
 def meet(shared, name, sectors):
-    """What each stick came to that fails at such a sector, by stage and kind of file.
+    """For each such sector its stage and kind of file, and what a stick came to that fails there.
 
-    ext4 doesn't always use the same places, so that a preparation may meet what is an update's: that stick is made
-    and tried again.
+    ext4 doesn't always use the same places, so that a preparation may meet what is an update's: such a stick is
+    one of those, too, and is made and tried again.
     """
-    found = {}
+    left = list(sectors)
     for _ in range(ATTEMPTS):
         labels = {f'{stage[0].upper()}{number}-{name.upper()}': (stage, kind)
-                  for number, (stage, kind) in enumerate(sectors) if stage not in found.get((stage, kind), {})}
+                  for number, (stage, kind) in enumerate(sectors) if (stage, kind) in left}
         if not labels:
             break
         drives = [host.stick(shared, label, name, 16, failing=(sectors[of],)) for label, of in labels.items()]
-        for label, notes in run(shared, drives).items():
-            found[labels[label]] = notes
-    return found
+        for label, met in run(shared, drives).items():
+            stage, kind = labels[label]
+            yield stage, kind, met
+            if stage in met:
+                left.remove((stage, kind))
 
 
 def violations(stage, kind, met, good):
     """What of a run that met the sector must not be."""
     if stage not in met:
-        return [f'there was no {stage}']
+        return broken_preparation(met, good)
     said, now = met[stage]['said'], met[stage]['tree']
     if stage == 'preparation':
-        wrong = list(broken_by_preparation(now, {'carta.txt': good['preparation']['tree']['carta.txt']},
-                                           good['preparation']['tree']))
+        wrong = broken_preparation(met, good)
     else:
         wrong = list(broken_by_update(now, met['preparation']['tree'], good['update']['tree']))
     if not any(words in said for words in OTHER_WORDS.get(kind, [f'.../{KINDS[stage][kind]}'])):
         wrong.append('it was called done, or failed for another reason')
     return wrong
+
+
+def broken_preparation(met, good):
+    whole = good['preparation']['tree']
+    return list(broken_by_preparation(met['preparation']['tree'], {'carta.txt': whole['carta.txt']}, whole))
 
 
 def main():
@@ -155,12 +163,14 @@ def main():
             sectors = {(stage, kind): sector_of(bytes.fromhex(recorded[stage]['beginnings'][path]),
                                                 shared / f'{name.upper()}.log', *ends[stage])
                        for stage, kinds in KINDS.items() for kind, path in kinds.items()}
-            for (stage, kind), met in meet(shared, name, sectors).items():
+            for stage, kind, met in meet(shared, name, sectors):
                 wrong = violations(stage, kind, met, recorded)
                 said = '; '.join(f'{of_stage}: "{note["said"]}"' for of_stage, note in met.items())
-                rows.append((name, stage, kind, f'"{met[stage]["said"]}"' if stage in met else said))
-                print(*rows[-1], wrong or 'nothing lost', sep=', ', flush=True)
+                print(name, stage, kind, said, wrong or 'nothing lost', sep=', ', flush=True)
                 broken |= bool(wrong)
+                if stage in met:
+                    rows.append((name, stage, kind, f'"{met[stage]["said"]}"'))
+    broken |= len(rows) != len(names) * sum(map(len, KINDS.values()))
     tables.write('reliability.md', 'failing sectors', HEADER, rows)
     sys.exit(broken)
 

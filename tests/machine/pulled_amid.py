@@ -60,6 +60,7 @@ class Run:
         self.stick, self.manager, self.vendor = stick, manager, vendor
         self.drive = guest.mount(self.stick)
         (self.drive / 'carta.txt').write_text('do usuário\n' * 200)
+        os.sync()  # it is on the medium before the program comes
         self.refresh()
 
     def refresh(self):

@@ -3,9 +3,8 @@
 import subprocess
 
 import drives
+from drives import GIBIBYTE, MEBIBYTE
 from measuring import Side, compare, seconds_by, seconds_of
-
-MEBIBYTE = 1 << 20
 
 # The same ldd, ldconfig and copies, and one sync.
 SCRIPT = r'''
@@ -29,7 +28,7 @@ def assembly(build, rounds):
     plugins = subprocess.run(['qmake6', '-query', 'QT_INSTALL_PLUGINS'], stdout=subprocess.PIPE,
                              text=True, check=True).stdout.strip()
     for where, file_system in PLACES.items():
-        with file_system(1024 * MEBIBYTE) as drive:
+        with file_system(GIBIBYTE) as drive:
             target = drive / 'Tessarine'
             yield compare(
                 f'assembly of a Linux runtime, {where}',
@@ -47,7 +46,7 @@ def copying(build, rounds):
     """What cp loses when the drive is pulled out: none of its files is on the medium before its end."""
     bench = build / 'bench/deployment_bench'
     for where, file_system in PLACES.items():
-        with drives.scratch('/dev/shm') as place, file_system(1024 * MEBIBYTE) as drive:
+        with drives.tmpfs(GIBIBYTE) as place, file_system(GIBIBYTE) as drive:
             drives.fill(place / 'large', 1, 256 * MEBIBYTE)
             drives.fill(place / 'small', 2000, 16384)
             for what, operation, source in (

@@ -10,12 +10,13 @@ import threading
 from measuring import run
 
 MEBIBYTE = 1 << 20
+GIBIBYTE = 1 << 30
 CGROUPS = pathlib.Path('/sys/fs/cgroup')
 
 
 @contextlib.contextmanager
-def scratch(directory=None):
-    with tempfile.TemporaryDirectory(prefix='bench-', dir=directory) as path:
+def scratch():
+    with tempfile.TemporaryDirectory(prefix='bench-') as path:
         yield pathlib.Path(path)
 
 

@@ -4,9 +4,9 @@ import contextlib
 import os
 
 import drives
+from drives import GIBIBYTE
 from measuring import Side, compare, run, seconds_by, seconds_of
 
-GIBIBYTE = 1 << 30
 # Number and size of the bundle's files.
 BUNDLES = {'300 files of 1 MB': (300, 1_000_000),
            '5,000 files of 20 KB': (5000, 20_000),
@@ -57,7 +57,7 @@ def situations(build):
 def first(build, rounds):
     for where, file_system, meanwhile, slow, bundles in situations(build):
         for what, (count, size) in bundles.items():
-            with drives.scratch('/dev/shm') as place, file_system(8 * GIBIBYTE) as drive:
+            with drives.tmpfs(2 * GIBIBYTE) as place, file_system(8 * GIBIBYTE) as drive:
                 source, executable = bundle(place, count, size)
                 with meanwhile(drive):
                     yield compare(f'{what}, {where}',
@@ -68,7 +68,7 @@ def first(build, rounds):
 def second(build, rounds):
     """Nothing to do: every file is in place, with its size."""
     for what, (count, size) in BUNDLES.items():
-        with drives.scratch('/dev/shm') as place, drives.ext4(8 * GIBIBYTE) as drive:
+        with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(8 * GIBIBYTE) as drive:
             source, executable = bundle(place, count, size)
             ours = lambda: seconds_by(build / 'bench/deployment_bench', 'prepare', drive, executable)
             ours()
@@ -81,7 +81,7 @@ def second(build, rounds):
 def growth(build, rounds):
     """How the cost grows with the number of files."""
     for count in (10, 100, 1000, 5000):
-        with drives.scratch('/dev/shm') as place, drives.ext4(GIBIBYTE) as drive:
+        with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(GIBIBYTE) as drive:
             source, executable = bundle(place, count, 20_000)
             yield compare(f'{count:,} files of 20 KB',
                           first_preparations(build, source, executable, drive), rounds,

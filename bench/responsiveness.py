@@ -27,14 +27,14 @@ def gaps(what, rounds, command, before, goal=None, at_least=0.0):
 
 
 def responsiveness(build, rounds):
-    with drives.scratch('/dev/shm') as place, drives.ext4(2 << 30) as drive:
+    with drives.tmpfs(2 * drives.GIBIBYTE) as place, drives.ext4(2 << 30) as drive:
         drives.fill(place, 1, 1000 * MEGABYTE)
         copy = [build / 'bench/deployment_bench', 'copy', place / '0/file-0', drive / 'Tessarine']
         for rate, goal in GOALS.items():
             with drives.limited(drive, rate * MEGABYTE):
                 yield from gaps(f'copy of 1 GB to a drive of {rate} MB/s', min(rounds, 2), copy,
                                 lambda: drives.empty(drive), goal, 0.9 * 1000 / rate)
-    with drives.scratch('/dev/shm') as place, drives.ext4(4 << 30) as drive:
+    with drives.tmpfs(2 * drives.GIBIBYTE) as place, drives.ext4(4 << 30) as drive:
         package = place / 'package.zip'
         update.make_package(package, 500 * MEGABYTE)
         fetch = [build / 'bench/update_bench', 'fetch', drive, package]

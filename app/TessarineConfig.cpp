@@ -105,11 +105,20 @@ void keepOnScreen(QMessageBox *box)
     label->hide();
 }
 
+// The beginning and the end of a text that the window would take minutes to lay out: what a tool
+// failed for stands behind all else that it had to say.
+QString shortened(const QString &text, qsizetype longest)
+{
+    if (text.size() <= longest)
+        return text;
+    return text.left(longest / 2) + QStringLiteral("\n...\n") + text.right(longest / 2);
+}
+
 // Qt takes a text that looks like HTML for HTML. Names of drives, files and servers are only ever
 // text, so the program's messages show every character as it stands.
 void showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &text)
 {
-    QMessageBox box(icon, applicationTitle(), text, QMessageBox::Ok, parent);
+    QMessageBox box(icon, applicationTitle(), shortened(text, 100'000), QMessageBox::Ok, parent);
     box.setTextFormat(Qt::PlainText);
     keepOnScreen(&box);
     box.exec();
@@ -524,13 +533,9 @@ bool extractZip(const QString &zipPath, const QString &destination, QString *err
     if (unzip.waitForFinished(180000) && unzip.exitStatus() == QProcess::NormalExit
         && unzip.exitCode() == 0)
         return true;
-    // A box takes minutes to lay out more, and the reason stands at the end: of each file whose
-    // permissions it can't change unzip tells before.
-    const auto shown = [](const QByteArray &output) {
-        return QString::fromLocal8Bit(output.right(131'072));
-    };
-    *error = QStringLiteral("Falha ao extrair ZIP: %1%2")
-                 .arg(shown(unzip.readAllStandardOutput()), shown(unzip.readAllStandardError()));
+    const QString output = QString::fromLocal8Bit(unzip.readAllStandardOutput());
+    const QString errorOutput = QString::fromLocal8Bit(unzip.readAllStandardError());
+    *error = QStringLiteral("Falha ao extrair ZIP: %1%2").arg(output, errorOutput);
     return false;
 }
 
@@ -581,19 +586,21 @@ bool openToRemoval(const std::filesystem::path &tree)
     namespace fs = std::filesystem;
     const auto open = [](const fs::path &directory) {
         std::error_code ignored;
-        const fs::file_status status = fs::status(directory, ignored);
-        if (fs::is_directory(status)
-            && (status.permissions() & fs::perms::owner_all) != fs::perms::owner_all)
+        if ((fs::status(directory, ignored).permissions() & fs::perms::owner_all)
+            != fs::perms::owner_all)
             fs::permissions(directory, fs::perms::owner_all, fs::perm_options::add, ignored);
     };
-    open(tree);
     std::error_code error;
+    if (fs::is_directory(tree, error))
+        open(tree);
     for (fs::recursive_directory_iterator entry(tree, error); entry != fs::end(entry);
          entry.increment(error)) {
-        if (!entry->is_symlink(error))
-            open(entry->path());
-        else if (!fs::remove(entry->path(), error))
+        if (!entry->is_symlink(error)) {
+            if (entry->is_directory(error))
+                open(entry->path());
+        } else if (!fs::remove(entry->path(), error)) {
             return false;
+        }
     }
     return true;
 }
@@ -1240,9 +1247,7 @@ void ConfigWindow::locateSources()
 
 void ConfigWindow::log(const QString &line)
 {
-    constexpr qsizetype longest = 10'000; // characters; for millions the window takes many minutes
-    logView->append(
-        asLiteralText(line.size() <= longest ? line : line.left(longest) + QStringLiteral("...")));
+    logView->append(asLiteralText(shortened(line, 10'000)));
 }
 
 void ConfigWindow::refreshDevices()

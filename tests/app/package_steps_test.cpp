@@ -317,19 +317,10 @@ private Q_SLOTS:
     {
         stubUnzip("exec yes error >&2\n");
         const TestSupport::PeakMemoryWatch memory;
-        const QString outcome = extract("zip");
-        QVERIFY2(outcome.startsWith(QStringLiteral("Falha ao extrair ZIP: ")),
-                 qPrintable(outcome.left(100)));
+        const QString outcome = extract("zip").left(100);
+        QVERIFY2(outcome.startsWith(QStringLiteral("Falha ao extrair ZIP: error\n")),
+                 qPrintable(outcome));
         QVERIFY(memory.growth() < 256'000'000);
-    }
-
-    void ofALongOutputTheEndIsShown()
-    {
-        stubUnzip("yes error | head -n 100000 >&2; echo 'no space left' >&2; exit 50\n");
-        const QString outcome = extract("zip");
-        QVERIFY2(outcome.endsWith(QStringLiteral("error\nno space left\n")),
-                 qPrintable(outcome.right(100)));
-        QVERIFY(outcome.size() < 300'000);
     }
 
     // So it goes where the drive's files are another user's, whose permissions can't be changed.

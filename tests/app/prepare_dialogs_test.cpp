@@ -98,6 +98,19 @@ private Q_SLOTS:
             QCOMPARE(box.text, text);
     }
 
+    void ofAMessageOfMegabytesTheBeginningAndTheEndAreShown()
+    {
+        MessageBoxUser user;
+        user.willAnswer(MessageBoxUser::closing());
+        warn(nullptr, QStringLiteral("Falha: ") + QStringLiteral("erro\n").repeated(1'000'000)
+                          + QStringLiteral("sem espaço"));
+        const QString text = user.boxes.constFirst().text;
+        QVERIFY(text.startsWith(QStringLiteral("Falha: erro\nerro\n")));
+        QVERIFY(text.contains(QStringLiteral("\n...\n")));
+        QVERIFY(text.endsWith(QStringLiteral("erro\nsem espaço")));
+        QCOMPARE(text.size(), 100'005);
+    }
+
     void buttonsOfALongMessageAreOnTheScreenAndAllOfItCanBeRead_data()
     {
         QTest::addColumn<QString>("text");

@@ -121,7 +121,7 @@ QList<DirectoryIdentity> directoriesOnTheWayTo(const QString &directory)
     return directories << identityOf(path);
 }
 
-// A directory that can't be told is none of them: whoever enters it says what is wrong with it.
+// A directory that can't be told is none of them: a copy that enters it says what is wrong with it.
 bool isOneOf(const QList<DirectoryIdentity> &directories, const QString &directory)
 {
     const DirectoryIdentity identity = identityOf(directory);

@@ -5,24 +5,34 @@ import subprocess
 
 import drives
 from drives import GIBIBYTE, MEBIBYTE
-from measuring import Side, compare, seconds_by, seconds_of
+from measuring import Side, compare, run, seconds_by, seconds_of
 
-# The same ldd, ldconfig and copies, and one sync. Where the size is asked for first, as a preparation does,
-# every ldd runs for that, too. What is there already isn't copied again.
-SCRIPT = r'''
-program=$1 target=$2 plugins=$3 sized=$4
+# The same ldd, ldconfig and copies, and one sync. What is there already isn't copied again.
+BEGIN = r'''
+set -e
+program=$1 drive=$2 plugins=$3 target=$2/Tessarine/linux
 libraries() { for file; do ldd "$file"; done | grep -o '/[^ ]*' | sort -u; }
 families=
 for family in platforms imageformats xcbglintegrations tls; do
     [ ! -d "$plugins/$family" ] || families="$families $plugins/$family"
 done
-[ -z "$sized" ] || libraries "$program" $(find $families -name '*.so') | xargs du -Lc >"$target/../size"
+'''
+# A preparation asks for the size before, for which every ldd runs, too.
+SIZE = r'''
+libraries "$program" $(find $families -name '*.so') | xargs du -Lc "$program" $families >/dev/null
+'''
+ASSEMBLY = r'''
 mkdir -p "$target/lib" "$target/plugins"
 cp -pu "$program" "$target/Tessarine"
 cp -rpu $families "$target/plugins"
 libraries "$target/Tessarine" "$target"/plugins/*/*.so | xargs cp -Lpu -t "$target/lib"
 ldconfig -p | grep -o '/.*libssl\.so\.[0-9].*' | xargs cp -Lpu -t "$target/lib"
-sync -f "$target"
+'''
+TEXTS = r'''
+for text in Tessarine-Windows.bat Tessarine-Linux.sh Tessarine/README.txt; do echo text >"$drive/$text"; done
+'''
+END = r'''
+sync -f "$drive"
 '''
 PLACES = {'in memory': drives.tmpfs, 'idle disk': drives.ext4}
 
@@ -33,28 +43,26 @@ def assembly(build, rounds):
     It lies in a directory of its own: beside other files those would be its bundle's size, without ldd.
     """
     bench = build / 'bench/deployment_bench'
-    plugins = subprocess.run(['qmake6', '-query', 'QT_INSTALL_PLUGINS'], stdout=subprocess.PIPE,
-                             text=True, check=True).stdout.strip()
+    plugins = run('qmake6', '-query', 'QT_INSTALL_PLUGINS', stdout=subprocess.PIPE, text=True).stdout.strip()
 
-    def sides(ours, program, target, sized=''):
+    def sides(script, *ours):
         return [Side('ours', lambda: seconds_of(bench, *ours)),
-                Side('a script', lambda: seconds_of('sh', '-c', SCRIPT, 'sh', program, target, plugins, sized))]
+                Side('a script', lambda: seconds_of('sh', '-c', script, 'sh', program, drive, plugins))]
 
     for where, file_system in PLACES.items():
-        with drives.scratch() as place, file_system(GIBIBYTE) as drive:
-            program, target = place / 'Tessarine', drive / 'Tessarine/linux'
+        with drives.tmpfs(GIBIBYTE) as place, file_system(GIBIBYTE) as drive:
+            program = place / 'Tessarine'
             shutil.copy(build / 'app/TessarineConfig', program)
-            alone = sides(['assemble', program, target], program, target)
-            prepared = sides(['prepare', drive, program], program, target, 'sized')
-            yield compare(f'assembly of a Linux runtime, {where}', alone, rounds, before=lambda: emptied(target))
-            yield compare(f'preparation with an assembly, {where}', prepared, rounds,
-                          before=lambda: emptied(target))
-            yield compare(f'the same with nothing to copy, {where}', prepared, rounds)
+            alone = sides(BEGIN + ASSEMBLY + END, 'assemble', program, drive / 'Tessarine/linux')
+            prepared = sides(BEGIN + SIZE + ASSEMBLY + TEXTS + END, 'prepare', drive, program)
+            yield compare(f'assembly of a Linux runtime, {where}', alone, rounds, before=lambda: emptied(drive))
+            yield compare(f'preparation with an assembly, {where}', prepared, rounds, before=lambda: emptied(drive))
+            yield compare(f'second preparation with an assembly, {where}', prepared, rounds)
 
 
-def emptied(target):
-    drives.empty(target.parents[1])
-    target.mkdir(parents=True)
+def emptied(drive):
+    drives.empty(drive)
+    (drive / 'Tessarine/linux').mkdir(parents=True)
 
 
 def copying(build, rounds):
@@ -73,4 +81,4 @@ def copying(build, rounds):
                     [Side('ours', lambda: seconds_by(bench, operation, source, target)),
                      Side('`cp -rp`, `sync -f`',
                           lambda: seconds_of('sh', '-c', 'cp -rp "$1" "$2" && sync -f "$2"', 'sh', source, target))],
-                    rounds, before=lambda: emptied(target.parent))
+                    rounds, before=lambda: emptied(drive))

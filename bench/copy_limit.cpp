@@ -56,7 +56,7 @@ void copyDirectory(const std::string &source, const std::string &target)
         const std::string name = std::string("/") + entry->d_name;
         if (entry->d_type == DT_REG)
             copyFile(source + name, target + name);
-        else if (entry->d_type == DT_DIR && entry->d_name[0] != '.')
+        else if (name != "/." && name != "/..")
             copyDirectory(source + name, target + name);
     }
     closedir(directory);

@@ -11,12 +11,13 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QTextStream>
+
+#include <algorithm>
 
 using Tessarine::Deployment::FileSystemSync;
 using Tessarine::Deployment::PortableBundleManager;
@@ -27,21 +28,31 @@ namespace
 {
 
 // What the classes cost that a copy is made with, without what the program does besides.
-bool saveFiles(const QDir &source, const QDir &target)
+bool saveFile(const QString &source, const QString &target)
 {
-    QDirIterator files(source.path(), QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext()) {
-        QFile input(files.next());
-        QSaveFile output(target.filePath(source.relativeFilePath(input.fileName())));
-        if (!QDir().mkpath(QFileInfo(output.fileName()).path()) || !input.open(QIODevice::ReadOnly)
-            || !output.open(QIODevice::WriteOnly))
-            return false;
-        while (!input.atEnd())
-            output.write(input.read(1'048'576));
-        if (!output.commit())
+    QFile input(source);
+    QSaveFile output(target);
+    if (!input.open(QIODevice::ReadOnly) || !output.open(QIODevice::WriteOnly))
+        return false;
+    while (!input.atEnd()) {
+        const QByteArray chunk = input.read(1'048'576);
+        if (chunk.isEmpty() || output.write(chunk) != chunk.size())
             return false;
     }
-    return true;
+    return output.commit();
+}
+
+bool saveFiles(const QDir &source, const QDir &target)
+{
+    if (!QDir().mkpath(target.path()))
+        return false;
+    const QFileInfoList entries =
+        source.entryInfoList(QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot, QDir::NoSort);
+    return std::all_of(entries.begin(), entries.end(), [&target](const QFileInfo &entry) {
+        const QString copy = target.filePath(entry.fileName());
+        return entry.isDir() ? saveFiles(QDir(entry.filePath()), QDir(copy))
+                             : saveFile(entry.filePath(), copy);
+    });
 }
 
 PortableBundleResult run(const QString &operation, const QString &first, const QString &second)
@@ -84,7 +95,7 @@ int main(int argc, char *argv[])
     const double seconds = static_cast<double>(clock.nsecsElapsed()) / 1e9;
     turns.end();
     if (!result.success)
-        qFatal("%s", qPrintable(result.message));
+        qFatal("%s: %s", qPrintable(arguments[1]), qPrintable(result.message));
     QTextStream(stdout) << turns.longest(1) << ' ' << turns.longest(0.99) << ' '
                         << QString::number(seconds, 'f', 6) << '\n';
     return 0;

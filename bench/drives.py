@@ -3,15 +3,17 @@
 import contextlib
 import os
 import pathlib
-import subprocess
 import tempfile
 import threading
+from concurrent import futures
 
 from measuring import run
 
 MEBIBYTE = 1 << 20
 GIBIBYTE = 1 << 30
+MEGABYTE = 1_000_000
 CGROUPS = pathlib.Path('/sys/fs/cgroup')
+THROTTLE = CGROUPS / 'blkio/blkio.throttle.write_bps_device'
 
 
 @contextlib.contextmanager
@@ -38,12 +40,11 @@ def tmpfs(size):
 
 @contextlib.contextmanager
 def ext4(size):
-    """On a loop device over a file on the machine's disk."""
+    """On a loop device over a file on the machine's disk, all of which has been written."""
     with scratch() as place:
         image = place / 'image'
-        image.touch()
-        os.truncate(image, size)
-        run('/sbin/mkfs.ext4', '-q', '-m', '0', '-E', 'lazy_itable_init=0,lazy_journal_init=0', image)
+        run('dd', 'if=/dev/zero', f'of={image}', 'bs=1M', f'count={size // MEBIBYTE}', 'conv=fsync', 'status=none')
+        run('/sbin/mkfs.ext4', '-q', '-m', '0', '-E', 'nodiscard,lazy_itable_init=0,lazy_journal_init=0', image)
         with mounted('-o', 'loop', image) as drive:
             yield drive
 
@@ -61,32 +62,32 @@ def busy(drive):
                 file.write(block)
                 os.fsync(file.fileno())
 
-    neighbour = threading.Thread(target=write)
-    neighbour.start()
-    try:
-        yield
-    finally:
-        at_end.set()
-        neighbour.join()
+    with futures.ThreadPoolExecutor() as pool:
+        neighbour = pool.submit(write)
+        try:
+            yield
+        finally:
+            at_end.set()
+        neighbour.result()
 
 
 @contextlib.contextmanager
 def limited(drive, rate):
-    """At most so many bytes a second reach the drive."""
+    """Yields what to put before a command for which at most so many bytes a second reach the drive."""
     device = os.stat(drive).st_dev
     number = f'{os.major(device)}:{os.minor(device)}'
-    throttle = CGROUPS / 'blkio/blkio.throttle.write_bps_device'
-    if throttle.exists():
-        with limit(throttle, f'{number} {rate}', f'{number} 0'):
-            yield
+    if THROTTLE.exists():
+        with setting(THROTTLE, f'{number} {rate}', f'{number} 0'):
+            yield []
     else:
-        with own_cgroup() as group, limit(group / 'io.max', f'{number} wbps={rate}', f'{number} wbps=max'):
-            yield
+        with cgroup() as group, setting(group / 'io.max', f'{number} wbps={rate}', f'{number} wbps=max'):
+            yield ['sh', '-c', 'echo $$ >"$0/cgroup.procs"; exec "$@"', group]
 
 
 @contextlib.contextmanager
-def limit(file, text, end):
-    file.write_text(text, encoding='ascii')
+def setting(file, begin, end):
+    """Of the kernel: writes it, and writes its end."""
+    file.write_text(begin, encoding='ascii')
     try:
         yield
     finally:
@@ -94,21 +95,20 @@ def limit(file, text, end):
 
 
 @contextlib.contextmanager
-def own_cgroup():
-    """This process and the programs that it starts, beside all others (cgroups(7), version 2).
+def cgroup():
+    """A group of processes of its own (cgroups(7), version 2), which can be limited.
 
-    What is written later than it was asked for counts as theirs only with their memory.
+    What the kernel writes later than it was asked to is charged to a group only if its memory is, too.
     """
-    old = CGROUPS / pathlib.Path('/proc/self/cgroup').read_text(encoding='ascii').strip().partition('::/')[2]
-    (CGROUPS / 'cgroup.subtree_control').write_text('+io +memory', encoding='ascii')
+    enabled = CGROUPS / 'cgroup.subtree_control'
+    missing = {'io', 'memory'} - set(enabled.read_text(encoding='ascii').split())
     group = CGROUPS / f'bench-{os.getpid()}'
-    group.mkdir()
-    try:
-        (group / 'cgroup.procs').write_text(str(os.getpid()), encoding='ascii')
-        yield group
-    finally:
-        (old / 'cgroup.procs').write_text(str(os.getpid()), encoding='ascii')
-        group.rmdir()
+    with setting(enabled, ' '.join(f'+{name}' for name in missing), ' '.join(f'-{name}' for name in missing)):
+        group.mkdir()
+        try:
+            yield group
+        finally:
+            group.rmdir()
 
 
 def fill(directory, count, size):
@@ -124,5 +124,5 @@ def fill(directory, count, size):
 def empty(drive):
     """Removes what a turn left, so that the next one begins like it."""
     for entry in ('Tessarine', 'Tessarine-Linux.sh', 'Tessarine-Windows.bat'):
-        subprocess.run(['rm', '-rf', drive / entry], check=True)
+        run('rm', '-rf', drive / entry)
     run('sync', '-f', drive)

@@ -7,18 +7,18 @@ import subprocess
 
 import drives
 import update
+from drives import GIBIBYTE, MEGABYTE
 from measuring import Comparison, run
 
-MEGABYTE = 1_000_000
 GOALS = {20: 0.5, 5: None}  # longest gap in seconds, by MB/s
 
 
-def gaps(what, rounds, command, before, goal=None, at_least=0.0):
+def gaps(what, rounds, work, before, goal=None, at_least=0.0):
     """The longest one, and what 99 of 100 are below, of each round, which takes so many seconds."""
     longest, most = [], []
     for _ in range(rounds):
         before()
-        gap, shorter, seconds = map(float, run(*command, stdout=subprocess.PIPE, text=True).stdout.split())
+        gap, shorter, seconds = map(float, work().split())
         assert seconds > at_least, f'{what}: {seconds} s'
         longest.append(gap)
         most.append(shorter)
@@ -27,15 +27,16 @@ def gaps(what, rounds, command, before, goal=None, at_least=0.0):
 
 
 def responsiveness(build, rounds):
-    with drives.tmpfs(2 * drives.GIBIBYTE) as place, drives.ext4(2 << 30) as drive:
+    with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(2 * GIBIBYTE) as drive:
         drives.fill(place, 1, 1000 * MEGABYTE)
         copy = [build / 'bench/deployment_bench', 'copy', place / '0/file-0', drive / 'Tessarine']
         for rate, goal in GOALS.items():
-            with drives.limited(drive, rate * MEGABYTE):
-                yield from gaps(f'copy of 1 GB to a drive of {rate} MB/s', min(rounds, 2), copy,
+            with drives.limited(drive, rate * MEGABYTE) as prefix:
+                yield from gaps(f'copy of 1 GB to a drive of {rate} MB/s', min(rounds, 2),
+                                lambda: run(*prefix, *copy, stdout=subprocess.PIPE, text=True).stdout,
                                 lambda: drives.empty(drive), goal, 0.9 * 1000 / rate)
-    with drives.tmpfs(2 * drives.GIBIBYTE) as place, drives.ext4(4 << 30) as drive:
+    with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(2 * GIBIBYTE) as drive:
         package = place / 'package.zip'
         update.make_package(package, 500 * MEGABYTE)
-        fetch = [build / 'bench/update_bench', 'fetch', drive, package]
-        yield from gaps('fetch of a package of 500 MB', rounds, fetch, lambda: update.prepare(drive))
+        yield from gaps('fetch of a package of 500 MB', rounds,
+                        lambda: update.ended(build, 'fetch', drive, package), lambda: update.prepare(drive))

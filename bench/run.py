@@ -37,7 +37,7 @@ ROWS = {'preparation': preparation.first,
 def parsed_arguments():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument('rows', nargs='*', metavar='ROW', choices=[[], *ROWS], default=[],
+    parser.add_argument('rows', nargs='*', metavar='ROW', choices=[[], *ROWS], default=[],  # which is a choice, too
                         help=f'one of {", ".join(ROWS)}; all if none is given')
     parser.add_argument('--build', type=pathlib.Path, default='build/release',
                         help='directory of the programs that are measured')
@@ -74,13 +74,15 @@ def main():
     for ending in (signal.SIGTERM, signal.SIGHUP):  # as an exception, so that what is mounted and limited is undone
         signal.signal(ending, lambda number, _: sys.exit(128 + number))
     results = {}
-    for name in options.rows or ROWS:
-        results[name] = measured(name, build, options.rounds)
-        charts.draw(kept(results, options.results / 'results.json'), options.results)
-    print(HEAD)
-    for comparisons in results.values():
-        for comparison in comparisons:
-            print('\n'.join(comparison.lines()))
+    try:
+        for name in options.rows or ROWS:
+            results[name] = measured(name, build, options.rounds)
+            charts.draw(kept(results, options.results / 'results.json'), options.results)
+    finally:  # a row that fails doesn't take the others along
+        print(HEAD)
+        for comparisons in results.values():
+            for comparison in comparisons:
+                print('\n'.join(comparison.lines()))
 
 
 if __name__ == '__main__':

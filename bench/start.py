@@ -6,13 +6,13 @@ import subprocess
 import sys
 import time
 
+from drives import MEGABYTE
 from measuring import Side, compare
 
 SUPPORT = pathlib.Path(__file__).parents[1] / 'tests/support'
 sys.path.insert(0, str(SUPPORT))
 
 from process_memory import field  # noqa: E402
-MEBIBYTE = 1 << 20
 
 
 class Display:
@@ -52,7 +52,7 @@ def idle_memory(build, program, display):
     ticks = None
     while ticks != (ticks := cpu_time(process)):
         time.sleep(0.3)
-    memory = field(process, 'VmRSS') / MEBIBYTE
+    memory = field(process, 'VmRSS') / MEGABYTE
     stop(process)
     return memory
 

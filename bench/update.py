@@ -5,9 +5,9 @@ import subprocess
 import zipfile
 
 import drives
+from drives import GIBIBYTE, MEGABYTE
 from measuring import Comparison, Side, compare, run
 
-MEGABYTE = 1_000_000
 REQUIRED = ('windows/Tessarine.exe', 'windows/platforms/qwindows.dll', 'linux/Tessarine',
             'linux/Tessarine-Linux.sh', 'linux/qt.conf', 'linux/lib/libssl.so.3',
             'linux/plugins/tls/libqopensslbackend.so')
@@ -30,17 +30,21 @@ def prepare(drive):
     run('sync', '-f', drive)
 
 
+def ended(build, way, drive, package):
+    """What the update prints. The server's own copy must not keep the disk at work, just before."""
+    return run(build / 'bench/update_bench', way, drive, package, stdout=subprocess.PIPE, text=True,
+               env={**os.environ, 'TMPDIR': str(package.parent)}).stdout
+
+
 def update(build, rounds):
     for size in (50, 500):
-        with drives.tmpfs(2 * drives.GIBIBYTE) as place, drives.ext4(4 << 30) as drive:
+        with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(2 * GIBIBYTE) as drive:
             package = place / 'package.zip'
             make_package(package, size * MEGABYTE)
             peaks = []
 
             def by(way):
-                # What the server is given, just before, must not keep the disk at work.
-                words = run(build / 'bench/update_bench', way, drive, package, stdout=subprocess.PIPE, text=True,
-                            env={**os.environ, 'TMPDIR': str(place)}).stdout.split()
+                words = ended(build, way, drive, package).split()
                 if way == 'ours':
                     peaks.append(float(words[0]) * MEGABYTE / package.stat().st_size)
                 return float(words[1])

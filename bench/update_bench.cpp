@@ -103,10 +103,12 @@ int main(int argc, char *argv[])
         const PeakMemoryWatch memory;
         updateThroughWindow(&situation);
         output << static_cast<double>(memory.growth()) / 1e6;
-    } else {
+    } else if (way == QStringLiteral("fetch")) {
         TurnWatch turns([&situation] { return isFetching(*situation.window); });
         updateThroughWindow(&situation);
         output << turns.longest(1) << ' ' << turns.longest(0.99);
+    } else {
+        return 2;
     }
     output << ' ' << static_cast<double>(clock.nsecsElapsed()) / 1e9 << '\n';
     return 0;

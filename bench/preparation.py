@@ -24,6 +24,11 @@ def bundle(place, count, size):
     return source, source / 'Tessarine'
 
 
+def room(count, size):
+    """Of a drive for such a bundle, which may take a quarter of it."""
+    return max(GIBIBYTE, 5 * count * size)
+
+
 def first_preparations(build, source, executable, drive, slow=None):
     """Ours and the others, each onto an empty drive. What is slow is so for all."""
     target = drive / 'Tessarine/linux'
@@ -60,7 +65,7 @@ def situations(build):
 def first(build, rounds):
     for where, file_system, meanwhile, slow, bundles in situations(build):
         for what, (count, size) in bundles.items():
-            with drives.tmpfs(2 * GIBIBYTE) as place, file_system(2 * GIBIBYTE) as drive:
+            with drives.tmpfs(2 * GIBIBYTE) as place, file_system(room(count, size)) as drive:
                 source, executable = bundle(place, count, size)
                 with meanwhile(drive):
                     yield compare(f'{what}, {where}',
@@ -71,7 +76,7 @@ def first(build, rounds):
 def second(build, rounds):
     """Nothing to do: every file is in place, with its size."""
     for what, (count, size) in BUNDLES.items():
-        with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(2 * GIBIBYTE) as drive:
+        with drives.tmpfs(2 * GIBIBYTE) as place, drives.ext4(room(count, size)) as drive:
             source, executable = bundle(place, count, size)
             sides = [Side('ours', lambda: seconds_by(build / 'bench/deployment_bench', 'prepare', drive, executable)),
                      Side('`rsync -aL`', lambda: seconds_of('rsync', '-aL', f'{source}/', drive / 'Tessarine/linux'),

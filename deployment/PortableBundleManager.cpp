@@ -463,10 +463,12 @@ bool PortableBundleManager::validateBundleFitsUsb(const QString &usbRoot, const 
     if (!storage.isValid() || !storage.isReady())
         return fail(result,
                     QStringLiteral("Nao foi possivel validar o espaco livre da unidade USB."));
-    const qint64 capacity = storage.bytesTotal();
-    const qint64 available = storage.bytesAvailable() + directorySize(bundleRoot);
+    const qint64 free = storage.bytesAvailable();
     const qint64 required = estimateWindowsBundleSize(options) + estimateLinuxBundleSize(options);
-    return fits(required, available, capacity, result);
+    // What an earlier preparation left is replaced. It takes a walk through all of it to be
+    // counted.
+    const qint64 existing = required > free ? directorySize(bundleRoot) : 0;
+    return fits(required, free + existing, storage.bytesTotal(), result);
 }
 
 bool PortableBundleManager::ensureDirectory(const QString &path, PortableBundleResult *result) const

@@ -372,6 +372,20 @@ private Q_SLOTS:
         QCOMPARE(fitsDrive(drive, windowsBundle(host, 100'001)), noRoomMessage(100'001, 100'000));
     }
 
+    void anEarlierBundleIsNotWalkedThroughWhereThereIsRoom()
+    {
+        const Drive host;
+        const Drive drive = Drive::tmpfs(1'048'576);
+        // Each directory leads to the next one twice: a walk through all of them has no end.
+        for (int level = 0; level < 40; ++level) {
+            const QString directory = "Tessarine/" + QString::number(level) + '/';
+            const QString next = "../" + QString::number(level + 1);
+            drive.link(directory + 'a', next);
+            drive.link(directory + 'b', next);
+        }
+        QCOMPARE(fitsDrive(drive, windowsBundle(host, 1)), done);
+    }
+
     void onlyTheRoomForThisUserCounts()
     {
         const Drive host;

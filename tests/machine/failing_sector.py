@@ -147,15 +147,15 @@ def met_under(stage, kind, notes):
 
 
 def violations(notes, good):
-    """What must not be of a stick that fails, where its last stage has met its sector."""
-    stage, last = list(notes.items())[-1]
-    if not last['met']:
-        return [] if last['done'] else ['it failed without the sector']
-    wrong = ['it was called done'] if last['done'] else []
+    """What must not be of a stick that fails, by each stage, be it the one that was meant or not."""
     before, after = good['preparation']['tree'], good['update']['tree']
-    if stage == 'preparation':
-        return wrong + list(broken_by_preparation(last['tree'], {'carta.txt': before['carta.txt']}, before))
-    return wrong + list(broken_by_update(last['tree'], notes['preparation']['tree'], after))
+    for stage, note in notes.items():
+        if note['met'] == note['done']:
+            yield f'the {stage} was called done' if note['met'] else f'the {stage} failed without the sector'
+        if note['met'] and stage == 'preparation':
+            yield from broken_by_preparation(note['tree'], {'carta.txt': before['carta.txt']}, before)
+        if note['met'] and stage == 'update':
+            yield from broken_by_update(note['tree'], notes['preparation']['tree'], after)
 
 
 def main():
@@ -176,7 +176,7 @@ def main():
                                                 shared / f'{name.upper()}.log', *ends[stage])
                        for stage, kinds in KINDS.items() for kind, path in kinds.items()}
             for stage, kind, notes in runs(shared, name, sectors):
-                wrong = violations(notes, recorded)
+                wrong = list(violations(notes, recorded))
                 said = '; '.join(f'{of_stage}: "{note["said"]}"' for of_stage, note in notes.items())
                 print(name, stage, kind, said, wrong or 'nothing lost', sep=', ', flush=True)
                 broken |= bool(wrong)

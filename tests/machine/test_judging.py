@@ -1,8 +1,9 @@
-"""The judge of power cuts: which cuts there are, and what on a drive is called broken."""
+"""The judges of power cuts and of failing sectors: which cuts there are, and what on a drive is called broken."""
 
 import pytest
 
 import bundles
+import failing_sector
 import recording
 from bundles import STATE
 from invariants import broken_by_preparation, broken_by_update
@@ -92,3 +93,31 @@ def test_update_may_be_cut_there(now):
 ], ids=['bundle gone', 'bundle mixed', 'state before the bundles', 'state cut short', 'letter gone'])
 def test_update_that_is_cut_there_has_broken_something(now, broken):
     assert any(one.startswith(broken) for one in broken_by_update(now, OLD, NEW))
+
+
+def stage(tree, met, done):
+    return {'tree': tree, 'met': met, 'done': done}
+
+
+GOOD = {'preparation': stage(OLD, False, True), 'update': stage(NEW, False, True)}
+
+
+@pytest.mark.parametrize('notes', [
+    GOOD,
+    {'preparation': stage({'carta.txt': OLD['carta.txt']}, True, False)},
+    {'preparation': stage(OLD, False, True), 'update': stage({**OLD, **OLD_IN_BACKUP}, True, False)},
+], ids=['not met', 'met by the preparation', 'met by the update'])
+def test_stick_that_fails_may_come_to_that(notes):
+    assert not list(failing_sector.violations(notes, GOOD))
+
+
+@pytest.mark.parametrize('notes, words', [
+    ({'preparation': stage(OLD, True, True), 'update': stage(NEW, False, True)}, 'the preparation was called done'),
+    ({'preparation': stage(OLD, False, True), 'update': stage(NEW, True, True)}, 'the update was called done'),
+    ({'preparation': stage({}, False, False)}, 'the preparation failed without the sector'),
+    ({'preparation': stage({}, True, False)}, 'carta.txt was whole'),
+    ({'preparation': stage(OLD, False, True), 'update': stage(without(OLD, LIBRARY), True, False)},
+     'Tessarine/windows/ is whole nowhere'),
+], ids=['success before an update', 'success', 'another reason', 'letter lost', 'bundle lost'])
+def test_stick_that_fails_may_not_come_to_that(notes, words):
+    assert [wrong for wrong in failing_sector.violations(notes, GOOD) if wrong.startswith(words)]

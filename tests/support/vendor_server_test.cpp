@@ -27,8 +27,10 @@ struct Answer {
 class Client
 {
 public:
+    // A server may get the port of a former one, of whose connection Qt keeps whom it trusted.
     std::unique_ptr<QNetworkReply> request(const QUrl &url)
     {
+        manager.clearConnectionCache();
         QNetworkRequest request(url);
         request.setRawHeader("User-Agent", "VendorServerTest/1");
         request.setRawHeader("Accept", "*/*");
@@ -169,6 +171,17 @@ private Q_SLOTS:
             QCOMPARE(QSslConfiguration::defaultConfiguration().caCertificates().size(), 1);
         }
         QCOMPARE(QSslConfiguration::defaultConfiguration(), before);
+    }
+
+    void aServerAtTheAddressOfAFormerOneIsTrusted()
+    {
+        auto former = std::make_unique<VendorServer>();
+        const QUrl url = former->url("/absent");
+        QCOMPARE(client->fetch(url).error, QNetworkReply::ContentNotFoundError);
+        former.reset();
+
+        const VendorServer server(static_cast<quint16>(url.port()));
+        QCOMPARE(client->fetch(url).error, QNetworkReply::ContentNotFoundError);
     }
 
     void nothingListensAtTheRefusingAddress()

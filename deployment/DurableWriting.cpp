@@ -72,12 +72,12 @@ bool commitAndSync(QSaveFile *file)
 
 } // namespace
 
-bool writeBackChunk(QSaveFile *file, qint64 size)
+bool writeBackChunk(QSaveFile *file, qint64 size, qint64 onItsWay)
 {
-    const qint64 begin = file->pos() - size;
-    int result = sync_file_range(file->handle(), begin, size, SYNC_FILE_RANGE_WRITE);
-    if (result == 0 && begin > 0)
-        result = sync_file_range(file->handle(), 0, begin, writeAndWait);
+    const qint64 arrived = file->pos() - onItsWay;
+    int result = sync_file_range(file->handle(), file->pos() - size, size, SYNC_FILE_RANGE_WRITE);
+    if (result == 0 && arrived > 0)
+        result = sync_file_range(file->handle(), 0, arrived, writeAndWait);
     return result == 0 || errno == ENOSYS || errno == EINVAL || errno == ESPIPE;
 }
 

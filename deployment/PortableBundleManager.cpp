@@ -30,6 +30,7 @@ namespace
 constexpr int stageCount = 7;
 constexpr int commandTimeLimit = 30'000; // milliseconds
 constexpr qint64 copyChunkSize = 1'048'576;
+constexpr qint64 writeBackSpan = 8 * copyChunkSize;
 
 // What a copy takes and what a tree's size counts must agree: one filter for both.
 constexpr QDir::Filters treeEntries =
@@ -243,6 +244,14 @@ bool failToWrite(const QSaveFile *target, PortableBundleResult *result)
                 QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
 }
 
+// How much of a copy may be between the cache and the medium. Behind whoever else writes to the
+// drive each request waits for its turn, so many chunks wait together; but fewer towards the end,
+// where the commit, and with it the window, waits for all that are left.
+qint64 bytesOnTheirWay(qint64 chunkSize, const QFile &source)
+{
+    return std::clamp(source.bytesAvailable(), chunkSize, writeBackSpan);
+}
+
 bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
 {
     while (!source->atEnd()) {
@@ -256,7 +265,8 @@ bool copyChunks(QFile *source, QSaveFile *target, PortableBundleResult *result)
             return failToWrite(target, result);
         // A single chunk is left to the file's own sync, which follows at once.
         const bool isSingle = target->pos() == chunk.size() && source->atEnd();
-        if (!isSingle && !writeBackChunk(target, chunk.size()))
+        if (!isSingle
+            && !writeBackChunk(target, chunk.size(), bytesOnTheirWay(chunk.size(), *source)))
             return failToWrite(target, result);
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     }

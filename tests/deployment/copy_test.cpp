@@ -1,5 +1,6 @@
 #include "tests/deployment/OperationSituation.h"
 #include "tests/support/LiveMemory.h"
+#include "tests/support/SyncWatch.h"
 #include "tests/support/TestMain.h"
 
 #include <QAbstractEventDispatcher>
@@ -49,7 +50,11 @@ class CopyTest : public OperationSituation
 
 private Q_SLOTS:
     void init() { begin(); }
-    void cleanup() { end(); }
+    void cleanup()
+    {
+        TestSupport::whenAwaited = nullptr;
+        end();
+    }
 
     // ---- what stands on the drive then
 
@@ -220,6 +225,20 @@ private Q_SLOTS:
         QCOMPARE(copyFile(source, drive.path("target")), done);
         const qint64 growth = memory.growth();
         QVERIFY2(growth >= mebibyte && growth < 3 * mebibyte, qPrintable(QString::number(growth)));
+    }
+
+    // Of twenty chunks eight are on their way, then one fewer with each that is written, and none
+    // when the file gets its name.
+    void theMediumIsSoManyChunksBehindAndCatchesUpTowardsTheEnd()
+    {
+        const Drive host;
+        const Drive drive = Drive::ext4(32 * mebibyte);
+        const QString source = host.writeSparse("source", 20 * mebibyte);
+        QList<qint64> awaited;
+        TestSupport::whenAwaited = [&awaited](off_t size) { awaited << size / mebibyte; };
+        QCOMPARE(copyFile(source, drive.path("target")), done);
+        constexpr qint64 all = 0;
+        QCOMPARE(awaited, (QList<qint64>{1, 2, 3, 4, 6, 8, 10, 12, 14, 16, 18, 19, all}));
     }
 
     void theEventLoopTurnsAfterEveryChunk()

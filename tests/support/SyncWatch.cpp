@@ -1,5 +1,6 @@
 #include "tests/support/SyncWatch.h"
 
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@ namespace TestSupport
 
 std::function<void()> whenSynced;
 std::function<void()> whenFileSynced;
+std::function<void(off_t size)> whenAwaited;
 
 } // namespace TestSupport
 
@@ -25,5 +27,12 @@ extern "C" int fsync(int descriptor)
     if (TestSupport::whenFileSynced)
         TestSupport::whenFileSynced();
     return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+extern "C" int sync_file_range(int descriptor, off_t offset, off_t size, unsigned int flags)
+{
+    if (TestSupport::whenAwaited && (flags & SYNC_FILE_RANGE_WAIT_AFTER) != 0)
+        TestSupport::whenAwaited(size);
+    return static_cast<int>(syscall(SYS_sync_file_range, descriptor, offset, size, flags));
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)

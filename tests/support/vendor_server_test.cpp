@@ -1,4 +1,5 @@
 #include "tests/support/Missing.h"
+#include "tests/support/TestMain.h"
 #include "tests/support/VendorServer.h"
 #include "tests/support/Waiting.h"
 
@@ -27,7 +28,8 @@ struct Answer {
 class Client
 {
 public:
-    // A server may get the port of a former one, of whose connection Qt keeps whom it trusted.
+    // A server may get the port of a former one, and Qt would use that one's connection, with the
+    // authority that it trusted.
     std::unique_ptr<QNetworkReply> request(const QUrl &url)
     {
         manager.clearConnectionCache();
@@ -292,5 +294,12 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(VendorServerTest)
+int main(int argc, char *argv[])
+{
+    TestSupport::enterPrivateNetwork();
+    QCoreApplication application(argc, argv);
+    VendorServerTest suite;
+    return QTest::qExec(&suite, argc, argv);
+}
+
 #include "vendor_server_test.moc"

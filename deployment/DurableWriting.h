@@ -12,10 +12,10 @@ namespace Tessarine::Deployment
 {
 
 // Starts to bring the chunk just written, of so many bytes, to the medium, and waits until all of
-// the file but its last onItsWay bytes is there (sync_file_range(2)). Called after each chunk of a
-// file that has several, it lets a slow drive keep up with its writer, instead of leaving a whole
-// file to the last sync. False when the medium failed. A file system that doesn't support it leaves
-// all to commitFlushed().
+// the file but its last onItsWay bytes, the chunk or more, is there (sync_file_range(2)). Called
+// after each chunk of a file that has several, it lets a slow drive keep up with its writer,
+// instead of leaving a whole file to the last sync. False when the medium failed. A file system
+// that doesn't support it leaves all to commitFlushed().
 bool writeBackChunk(QSaveFile *file, qint64 size, qint64 onItsWay);
 
 // Puts a written QSaveFile in its place, like QSaveFile::commit(), but only when every byte that

@@ -244,9 +244,9 @@ bool failToWrite(const QSaveFile *target, PortableBundleResult *result)
                 QStringLiteral("Nao foi possivel gravar o arquivo: %1").arg(target->fileName()));
 }
 
-// How much of a copy may be between the cache and the medium. Behind whoever else writes to the
-// drive each request waits for its turn, so many chunks wait together; but fewer towards the end,
-// where the commit, and with it the window, waits for all that are left.
+// How much of a copy may be on its way to the medium. Beside another writer each wait costs a turn,
+// so that several chunks share one; but fewer towards the end, where the commit, and with it the
+// window, waits for all that are left.
 qint64 bytesOnTheirWay(qint64 chunkSize, const QFile &source)
 {
     return std::clamp(source.bytesAvailable(), chunkSize, writeBackSpan);

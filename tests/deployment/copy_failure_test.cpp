@@ -184,6 +184,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message");
         QTest::newRow("before the next chunk")
             << 3 * mebibyte << "Nao foi possivel gravar o arquivo: ";
+        QTest::newRow("with several chunks on their way")
+            << 12 * mebibyte << "Nao foi possivel gravar o arquivo: ";
         QTest::newRow("after the last chunk")
             << qint64(9) << "Nao foi possivel finalizar o arquivo: ";
     }
@@ -193,7 +195,7 @@ private Q_SLOTS:
         QFETCH(qint64, size);
         QFETCH(QString, message);
         const Drive host;
-        const Drive drive = Drive::ext4(8 * mebibyte);
+        const Drive drive = Drive::ext4(16 * mebibyte);
         const QString source = host.write("source", QByteArray(size, 'x'));
         afterTheFirstChunk([&] { drive.loseMedium(); });
         QCOMPARE(copyFile(source, drive.path("target")), message + drive.path("target"));

@@ -141,8 +141,7 @@ private Q_SLOTS:
         QVERIFY(!(writeChunk() && writeChunk()));
     }
 
-    // Of a file that is still being written only the last bytes, so many, may be missing on the
-    // medium.
+    // Of a file that is still being written only the last chunk may be missing on the medium.
     void theMediumKeepsUpWithTheWriter()
     {
         const Drive drive = Drive::ext4(16 * mebibyte);
